@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Runs a Windows program of the build under Wine (the cross build's emulator).
+# The Wine prefix lives in the build folder (<build>/wineprefix, next to
+# <build>/bin), and a persistent wineserver is started on first use with its
+# output detached, so no test inherits Wine's helper processes.
+set -u
+exe=$1
+export WINEDEBUG=-all
+# Wine's crash debugger would turn a crashing test into a pass.
+export WINEDLLOVERRIDES="winedbg.exe=d${WINEDLLOVERRIDES:+;$WINEDLLOVERRIDES}"
+export LANG=C.UTF-8
+unset DISPLAY TZ
+if [ -z "${WINEPREFIX:-}" ]; then
+  d=$(cd "$(dirname "$exe")" && pwd)
+  export WINEPREFIX="$(dirname "$d")/wineprefix"
+fi
+# A 32-bit program under wine64 does nothing and exits 0: refuse it.
+if [ -f "$exe" ]; then
+  off=$(od -An -tu4 -j60 -N4 "$exe" | tr -d ' ')
+  mach=$(od -An -tx2 -j$((off + 4)) -N2 "$exe" | tr -d ' ')
+  if [ "$mach" = "014c" ]; then
+    echo "wine-run: $exe is a 32-bit program; no 32-bit Wine here" >&2
+    exit 125
+  fi
+fi
+WINE=${WINE:-/usr/lib/wine/wine64}
+[ -x "$WINE" ] || WINE=$(command -v wine64 || command -v wine)
+if ! [ -f "$WINEPREFIX/.ll-ready" ] || ! pgrep -f "wineserver" >/dev/null 2>&1; then
+  mkdir -p "$WINEPREFIX"
+  (
+    flock 9
+    if ! [ -f "$WINEPREFIX/.ll-ready" ] || ! pgrep -f "wineserver" >/dev/null 2>&1; then
+      wineserver -p </dev/null >/dev/null 2>&1
+      "$WINE" wineboot -i </dev/null >/dev/null 2>&1
+      touch "$WINEPREFIX/.ll-ready"
+    fi
+  ) 9>"$WINEPREFIX.lock"
+fi
+exec "$WINE" "$@"

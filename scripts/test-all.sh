@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# Builds liblocal and runs every test: Linux (plain, then ASan+UBSan, then the
+# threaded tests under TSan), then the Windows build under Wine, then the
+# 32-bit Windows build (compiled only: no 32-bit Wine here).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh --windows
+export CCACHE_DIR=${CCACHE_DIR:-$HOME/.ccache}
+jobs=$(nproc)
+
+step() { printf '\n=== %s ===\n' "$*"; }
+
+for preset in linux linux-asan; do
+  step "$preset: build"
+  cmake --preset $preset >/dev/null
+  cmake --build --preset $preset -j "$jobs"
+  step "$preset: test"
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
+    ctest --preset $preset -j "$jobs"
+done
+
+step "linux-tsan: build and run the threaded tests"
+cmake --preset linux-tsan -DLL_TOOLS=OFF >/dev/null
+cmake --build --preset linux-tsan -j "$jobs"
+TSAN_OPTIONS=halt_on_error=1 ctest --preset linux-tsan -j "$jobs" -L 'threads'
+
+step "windows: build"
+cmake --preset windows >/dev/null
+cmake --build --preset windows -j "$jobs"
+step "windows: test under Wine"
+export WINEPREFIX=$PWD/build/windows/wineprefix WINEDEBUG=-all LANG=C.UTF-8
+unset TZ DISPLAY
+mkdir -p "$WINEPREFIX"
+wineserver -k 2>/dev/null || true
+wineserver -p </dev/null >/dev/null 2>&1
+/usr/lib/wine/wine64 wineboot -i </dev/null >/dev/null 2>&1
+touch "$WINEPREFIX/.ll-ready"
+rc=0
+ctest --preset windows -j "$jobs" || rc=$?
+wineserver -k 2>/dev/null || true
+[ $rc = 0 ] || exit $rc
+
+step "windows32: build only"
+cmake --preset windows32 >/dev/null
+cmake --build --preset windows32 -j "$jobs"
+
+step "all tests passed"

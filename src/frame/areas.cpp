@@ -1,0 +1,266 @@
+// The data-area registry: 64 buckets of entries keyed by (process, thread,
+// initialiser), one lock, initialisers and destructors run outside it.
+//
+// In front of the registry sits a per-thread cache of recent hits so that a
+// lookup on the hot path takes no lock. The cache never changes what a lookup
+// returns: per-thread entries of a thread change only in that thread (which
+// clears its own cache), and every change that can alter a per-process answer
+// (a new per-process entry, a teardown, a fork) raises a generation number
+// that empties every cache.
+#include "frame/areas.h"
+
+#include <atomic>
+#include <cstring>
+
+#include "frame/compiler.h"
+#include "frame/os.h"
+#include "frame/teardown_hooks.h"
+
+extern "C" {
+LL_API void *Global_liblocal_p_varp = nullptr;
+}
+
+namespace ll {
+namespace {
+
+struct Entry {
+  uint32_t pid;
+  uint32_t tid;  // 0 for a per-process entry
+  void *area;
+  int32_t seq;
+  int per_process;
+  qz_area_init init;
+  qz_area_dtor dtor;
+  Entry *next;
+};
+
+constexpr int kBuckets = 64;
+constexpr uint32_t kProcessKey = 0;
+
+Entry *g_buckets[kBuckets];
+alignas(std::recursive_mutex) unsigned char g_lock_mem[sizeof(std::recursive_mutex)];
+std::recursive_mutex *g_lock;
+std::once_flag g_attach_once;
+std::atomic<int> g_use_atexit{1};
+std::atomic<uint64_t> g_generation{1};
+
+struct Slot {
+  qz_area_init init;
+  void *area;
+};
+constexpr int kSlots = 8;
+struct Cache {
+  uint64_t gen;
+  unsigned next_t, next_p;
+  Slot t[kSlots];
+  Slot p[kSlots];
+};
+thread_local Cache tc LL_TLS_FAST;
+
+void invalidate_all() noexcept { g_generation.fetch_add(1, std::memory_order_acq_rel); }
+
+void on_fork_child() noexcept {
+  // The child keeps the parent's entries but has a new process id: lookups
+  // must go to the registry again, and the lock may have been held by a
+  // thread that does not exist here.
+  g_lock = new (g_lock_mem) std::recursive_mutex();
+  invalidate_all();
+}
+
+inline unsigned bucket_of(qz_area_init init, uint32_t pid, uint32_t tid) noexcept {
+  return static_cast<unsigned>((reinterpret_cast<uintptr_t>(init) >> 4) + pid + tid) & (kBuckets - 1);
+}
+
+void exit_handler() { process_teardown(); }
+
+void *lookup_slow(qz_area_init init, int per_process) noexcept {
+  frame_attach();
+  const uint32_t pid = os::process_id();
+  const uint32_t tid = per_process ? kProcessKey : os::thread_id();
+  const unsigned b = bucket_of(init, pid, tid);
+
+  g_lock->lock();
+  for (Entry *e = g_buckets[b]; e; e = e->next) {
+    if (e->pid == pid && e->init == init && e->per_process == per_process && (per_process || e->tid == tid)) {
+      void *area = e->area;
+      g_lock->unlock();
+      return area;
+    }
+  }
+  int32_t high = 0;
+  bool any = false;
+  for (int i = 0; i < kBuckets; ++i) {
+    for (Entry *e = g_buckets[i]; e; e = e->next) {
+      if (e->pid != pid) continue;
+      any = true;
+      if (per_process) {
+        if (e->seq > high) high = e->seq;
+      } else if (!e->per_process && e->tid == tid && e->seq > high) {
+        high = e->seq;
+      }
+    }
+  }
+  if (!any && g_use_atexit.load() == 1) os::at_exit(exit_handler);
+  g_lock->unlock();
+
+  auto *e = static_cast<Entry *>(area_alloc(sizeof(Entry)));
+  e->pid = pid;
+  e->tid = tid;
+  e->per_process = per_process;
+  e->seq = high + 1;
+  e->init = init;
+  e->dtor = nullptr;
+  e->area = init(&e->dtor);
+
+  g_lock->lock();
+  e->next = g_buckets[b];
+  g_buckets[b] = e;
+  if (per_process) invalidate_all();
+  g_lock->unlock();
+  return e->area;
+}
+
+// Unlinks and returns the entry of this process (and thread, unless all) with
+// the highest sequence number, or null.
+Entry *take_highest(uint32_t pid, uint32_t tid, bool all) noexcept {
+  Entry **best = nullptr;
+  for (int i = 0; i < kBuckets; ++i) {
+    for (Entry **pe = &g_buckets[i]; *pe; pe = &(*pe)->next) {
+      Entry *e = *pe;
+      if (e->pid != pid) continue;
+      if (!all && (e->per_process || e->tid != tid)) continue;
+      if (!best || e->seq > (*best)->seq) best = pe;
+    }
+  }
+  if (!best) return nullptr;
+  Entry *e = *best;
+  *best = e->next;
+  return e;
+}
+
+void destroy_entry(Entry *e) noexcept {
+  if (e->dtor)
+    e->dtor(e->area);
+  else
+    std::free(e->area);
+  std::free(e);
+}
+
+void clear_thread_cache() noexcept {
+  std::memset(tc.t, 0, sizeof tc.t);
+  std::memset(tc.p, 0, sizeof tc.p);
+  tc.gen = 0;
+}
+
+}  // namespace
+
+void *area_alloc(size_t size) noexcept {
+  for (;;) {
+    if (void *p = std::calloc(1, size)) return p;
+    os::sleep_ms(2000);
+  }
+}
+
+void frame_attach() noexcept {
+  std::call_once(g_attach_once, [] {
+    g_lock = new (g_lock_mem) std::recursive_mutex();
+    os::install_fork_hook(on_fork_child);
+    set_use_atexit(0);
+    // The event-log teardown would be registered here only while the
+    // exit-handler switch is still on, which by construction it is not.
+    if (g_use_atexit.load() != 0) os::at_exit(hooks::eventlog_teardown);
+    hooks::start_event_listener();
+  });
+}
+
+void process_teardown() noexcept {
+  if (!g_lock) return;
+  const uint32_t pid = os::process_id();
+  clear_thread_cache();
+  invalidate_all();
+  for (;;) {
+    g_lock->lock();
+    Entry *e = take_highest(pid, 0, true);
+    g_lock->unlock();
+    if (!e) break;
+    destroy_entry(e);
+  }
+  invalidate_all();
+  bool empty = true;
+  g_lock->lock();
+  for (int i = 0; i < kBuckets; ++i) empty = empty && !g_buckets[i];
+  g_lock->unlock();
+  if (empty) hooks::unload_dynamic_libraries();
+}
+
+void frame_detach() noexcept {
+  process_teardown();
+  hooks::eventlog_teardown();
+}
+
+int registry_count() noexcept {
+  frame_attach();
+  const uint32_t pid = os::process_id();
+  int n = 0;
+  std::lock_guard<std::recursive_mutex> g(*g_lock);
+  for (int i = 0; i < kBuckets; ++i)
+    for (Entry *e = g_buckets[i]; e; e = e->next) n += e->pid == pid;
+  return n;
+}
+
+}  // namespace ll
+
+using namespace ll;
+
+extern "C" {
+
+LL_API void *T_GetDataAreaPtr(qz_area_init init) noexcept {
+  if (LL_LIKELY(tc.gen == g_generation.load(std::memory_order_acquire))) {
+    for (int i = 0; i < kSlots; ++i)
+      if (tc.t[i].init == init) return tc.t[i].area;
+  } else {
+    clear_thread_cache();
+  }
+  const uint64_t gen = g_generation.load(std::memory_order_acquire);
+  void *area = lookup_slow(init, 0);
+  if (gen == g_generation.load(std::memory_order_acquire)) {
+    tc.gen = gen;
+    tc.t[tc.next_t++ % kSlots] = Slot{init, area};
+  }
+  return area;
+}
+
+LL_API void *P_GetDataAreaPtr(qz_area_init init) noexcept {
+  if (LL_LIKELY(tc.gen == g_generation.load(std::memory_order_acquire))) {
+    for (int i = 0; i < kSlots; ++i)
+      if (tc.p[i].init == init) return tc.p[i].area;
+  } else {
+    clear_thread_cache();
+  }
+  const uint64_t gen = g_generation.load(std::memory_order_acquire);
+  void *area = lookup_slow(init, 1);
+  if (gen == g_generation.load(std::memory_order_acquire)) {
+    tc.gen = gen;
+    tc.p[tc.next_p++ % kSlots] = Slot{init, area};
+  }
+  return area;
+}
+
+LL_API void T_threadexit(void) noexcept {
+  if (!g_lock) return;
+  const uint32_t pid = os::process_id();
+  const uint32_t tid = os::thread_id();
+  for (;;) {
+    clear_thread_cache();
+    g_lock->lock();
+    Entry *e = take_highest(pid, tid, false);
+    g_lock->unlock();
+    if (!e) break;
+    destroy_entry(e);
+  }
+  clear_thread_cache();
+}
+
+LL_API void set_use_atexit(int use) noexcept { g_use_atexit.store(use); }
+
+}  // extern "C"

@@ -1,0 +1,229 @@
+// Library initialisation, the global flags and the developer hooks.
+#include <atomic>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+#include "frame/areas.h"
+#include "frame/init_steps.h"
+#include "frame/os.h"
+#include <liblocal/memory.h>
+#include <liblocal/osver.h>
+#include <liblocal/utf8.h>
+
+extern "C" {
+LL_API int Debug = 0;
+LL_API int Vflag = 0;
+LL_API int Mast_flag = 0;
+LL_API int Quit = 0;
+LL_API int Catd = -1;
+}
+
+namespace ll {
+// Debug-level trace used before the output family is present; the output
+// family replaces the body of this function with its own dprintf.
+void frame_trace(int level, const char *text) noexcept;
+}
+
+namespace {
+
+std::atomic<int> g_initialised{0};
+std::mutex g_init_lock;
+std::atomic<int> g_threads_in_use{0};
+int g_print_uids = 0;
+std::string g_debug_file;
+
+long g_ruid, g_euid, g_rgid, g_egid;
+std::once_flag g_ids_once;
+void capture_ids() {
+  std::call_once(g_ids_once, [] { ll::os::ids(g_ruid, g_euid, g_rgid, g_egid); });
+}
+
+bool is_ascii(const char *s) {
+  for (; *s; ++s)
+    if (static_cast<unsigned char>(*s) & 0x80) return false;
+  return true;
+}
+
+bool equal_nocase(const char *a, const char *b) {
+  for (; *a && *b; ++a, ++b)
+    if (std::tolower(static_cast<unsigned char>(*a)) != std::tolower(static_cast<unsigned char>(*b))) return false;
+  return *a == *b;
+}
+
+void convert_arguments(int argc, char **argv) {
+  if (!argv) return;
+  const char *mast = ll::os::get_env_ptr("BSW_MAST");
+  if (mast && equal_nocase(mast, "NO_UTF8")) return;
+  for (int i = 0; i < argc && argv[i]; ++i) {
+    if (is_ascii(argv[i])) continue;
+    auto *buf = static_cast<char *>(std::calloc(1, 12288));
+    if (!buf) {
+      errno = 12;
+      return;
+    }
+    utf8_mbs(buf, argv[i], 12287);
+    argv[i] = buf;  // deliberately never freed: the caller's vector keeps it
+  }
+}
+
+}  // namespace
+
+// Developer switches, set from a debugger.
+extern "C" {
+volatile int qz_debug_wait_requested = 0;
+volatile int qz_debug_wait_pending = 0;
+}
+
+namespace ll {
+
+// Parses one "word = number" assignment. The word is compared with "Debug"
+// and "Vflag" by a comparison that, as the library has always built it, finds
+// any two non-empty words different at their first character: the number
+// therefore always lands in Debug. Returns false when no word was found.
+bool parse_debug_control(const char *text, int *debug_out) noexcept {
+  const char *p = text;
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n'; };
+  while (blank(*p)) ++p;
+  const char *word = p;
+  while ((*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z')) ++p;
+  if (p == word) return false;
+  while (blank(*p)) ++p;
+  if (*p == '=') ++p;
+  else if (*p != '\0') return false;
+  while (blank(*p)) ++p;
+  int sign = 1;
+  if (*p == '-') {
+    sign = -1;
+    ++p;
+  }
+  long v = 0;
+  while (*p >= '0' && *p <= '9') v = v * 10 + (*p++ - '0');
+  *debug_out = static_cast<int>(sign * v);
+  return true;
+}
+
+}  // namespace ll
+
+extern "C" {
+
+LL_API void _qzinit(const char *name, int argc, char **argv) noexcept {
+  if (!name) name = "";
+  if (!g_initialised.load(std::memory_order_acquire)) {
+    std::lock_guard<std::mutex> g(g_init_lock);
+    if (!g_initialised.load(std::memory_order_relaxed)) {
+      ll::init::close_inherited();
+      if (argv && argc > 0 && argv[0]) ll::init::find_installdir(argv[0]);
+      ll::init::find_appdir(name);
+      ll::init::locale_and_catalog(name);
+      ll::frame_attach();
+      (void)ll::proc();
+      ll::init::time_zone();
+      ll::init::cluster_start(name);
+      if (Win32OSVersion() != 4) ll::init::optional_entry_points();
+      ll::init::set_privileges();
+      ll::init::dtree_handlers();
+      capture_ids();
+      g_print_uids = ll::os::get_env_ptr("BSW_PRINT_UIDS") != nullptr;
+      std::srand(ll::os::process_id());
+      g_debug_file = std::string(ll::init::temp_dir()) + ll::os::dir_sep() + "qzdbg.tmp";
+      g_initialised.store(1, std::memory_order_release);
+    }
+  }
+  ll::init::clear_opterr();
+  convert_arguments(argc, argv);
+}
+
+LL_API void qzinit(const char *name) noexcept { _qzinit(name, 0, nullptr); }
+
+LL_API int liblvars_set_debug(int level) noexcept { return Debug = level; }
+
+LL_API int qz_thr_init(void) noexcept {
+  g_threads_in_use = 1;
+  return 1;
+}
+
+LL_API int qzpurify_is_running(void) noexcept {
+  if (!ll::os::get_env_ptr("PURIFY_IS_RUNNING")) return 0;
+  ll::frame_trace(3, "Purify is running\n");
+  return 1;
+}
+
+LL_API const char **GetOemStringArray(void) noexcept {
+  static const char *ids[] = {"Baystow Systems", "Baystow Backup", "1.0.0", "liblocal build " __DATE__,
+                               "Baystow", "Baystow Backup Services", nullptr};
+  return ids;
+}
+
+LL_API long *get_saved_uids(long *real, long *effective) noexcept {
+  capture_ids();
+  if (real) *real = g_ruid;
+  if (effective) *effective = g_euid;
+  return effective;
+}
+
+LL_API long *get_saved_gids(long *real, long *effective) noexcept {
+  capture_ids();
+  if (real) *real = g_rgid;
+  if (effective) *effective = g_egid;
+  return effective;
+}
+
+LL_API void debug_check(const char *name) noexcept {
+  if (qz_debug_wait_requested) {
+    qz_debug_wait_requested = 0;
+    qz_debug_wait_pending = 1;
+  } else {
+    if (!qz_debug_wait_pending) return;
+    const char *list = ll::os::get_env_ptr("BSW_DEBUGPROCS");
+    if (!list || !name) return;
+    const size_t n = std::strlen(name);
+    bool match = false;
+    std::string items(list);
+    size_t pos = 0;
+    while (!match && pos <= items.size()) {
+      size_t comma = items.find(',', pos);
+      std::string item = items.substr(pos, comma == std::string::npos ? std::string::npos : comma - pos);
+      // The first strlen(name) characters are compared, so an item that only
+      // begins with the program's name matches too.
+      if (item.size() >= n) {
+        match = true;
+        for (size_t i = 0; i < n; ++i)
+          if (std::tolower(static_cast<unsigned char>(name[i])) != std::tolower(static_cast<unsigned char>(item[i]))) {
+            match = false;
+            break;
+          }
+      }
+      if (comma == std::string::npos) break;
+      pos = comma + 1;
+    }
+    if (!match) return;
+  }
+  while (qz_debug_wait_pending) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%d waiting to be debugged\n", static_cast<int>(ll::os::process_id()));
+    ll::frame_trace(0, line);
+    delay(10000);
+  }
+}
+
+LL_API const char *qz_debug_control_file(void) noexcept { return g_debug_file.c_str(); }
+
+LL_API int qz_read_debug_control(void) noexcept {
+  if (g_debug_file.empty()) return 0;
+  std::string text;
+  if (!ll::os::read_and_delete(g_debug_file.c_str(), text, 1024)) return 0;
+  int value;
+  if (ll::parse_debug_control(text.c_str(), &value)) Debug = value;
+  return 1;
+}
+
+// Test seams.
+LL_API void llt_set_debug_pending(int v) noexcept { qz_debug_wait_pending = v; }
+LL_API int llt_registry_count(void) noexcept { return ll::registry_count(); }
+
+}  // extern "C"

@@ -1,0 +1,31 @@
+/* Every public header is valid C99, alone and together. */
+#include <liblocal/appdir.h>
+#include <liblocal/bitmap.h>
+#include <liblocal/catalog.h>
+#include <liblocal/codec.h>
+#include <liblocal/digest.h>
+#include <liblocal/env.h>
+#include <liblocal/errrec.h>
+#include <liblocal/export.h>
+#include <liblocal/fileio.h>
+#include <liblocal/frame.h>
+#include <liblocal/getdate.h>
+#include <liblocal/keyslot.h>
+#include <liblocal/list.h>
+#include <liblocal/memory.h>
+#include <liblocal/msgtag.h>
+#include <liblocal/options.h>
+#include <liblocal/osver.h>
+#include <liblocal/output.h>
+#include <liblocal/path.h>
+#include <liblocal/quote.h>
+#include <liblocal/qztime.h>
+#include <liblocal/qzui.h>
+#include <liblocal/regexp.h>
+#include <liblocal/strutil.h>
+#include <liblocal/syserr.h>
+#include <liblocal/thread.h>
+#include <liblocal/utf8.h>
+#include <liblocal/wfile.h>
+#include <liblocal.h>
+int main(void) { return 0; }
