@@ -25,15 +25,15 @@ if [ -f "$exe" ]; then
 fi
 WINE=${WINE:-/usr/lib/wine/wine64}
 [ -x "$WINE" ] || WINE=$(command -v wine64 || command -v wine)
-if ! [ -f "$WINEPREFIX/.ll-ready" ] || ! pgrep -f "wineserver" >/dev/null 2>&1; then
-  mkdir -p "$WINEPREFIX"
-  (
-    flock 9
-    if ! [ -f "$WINEPREFIX/.ll-ready" ] || ! pgrep -f "wineserver" >/dev/null 2>&1; then
-      wineserver -p </dev/null >/dev/null 2>&1
-      "$WINE" wineboot -i </dev/null >/dev/null 2>&1
-      touch "$WINEPREFIX/.ll-ready"
-    fi
-  ) 9>"$WINEPREFIX.lock"
-fi
+mkdir -p "$WINEPREFIX"
+(
+  flock 9
+  # Exit status 0: no server was running for this prefix and a persistent one
+  # has just started; boot the prefix from here, detached, so that Wine's
+  # helper processes never hold a test's output open.
+  if wineserver -p </dev/null >/dev/null 2>&1 9>&- || ! [ -f "$WINEPREFIX/.ll-ready" ]; then
+    "$WINE" wineboot -i </dev/null >/dev/null 2>&1 9>&-
+    touch "$WINEPREFIX/.ll-ready"
+  fi
+) 9>"$WINEPREFIX.lock"
 exec "$WINE" "$@"
