@@ -263,4 +263,17 @@ LL_API void T_threadexit(void) noexcept {
 
 LL_API void set_use_atexit(int use) noexcept { g_use_atexit.store(use); }
 
+// Test seam: the sequence number of the calling thread's (or the process's)
+// entry for an initialiser, 0 when there is none.
+LL_API int llt_area_seq(qz_area_init init, int per_process) noexcept {
+  frame_attach();
+  const uint32_t pid = os::process_id();
+  const uint32_t tid = per_process ? kProcessKey : os::thread_id();
+  std::lock_guard<std::recursive_mutex> g(*g_lock);
+  for (Entry *e = g_buckets[bucket_of(init, pid, tid)]; e; e = e->next)
+    if (e->pid == pid && e->init == init && e->per_process == per_process && (per_process || e->tid == tid))
+      return e->seq;
+  return 0;
+}
+
 }  // extern "C"

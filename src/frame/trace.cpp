@@ -1,12 +1,7 @@
-// Minimal debug trace for the frame until the output family provides dprintf.
-#include <cstdio>
-
+// The frame's debug trace goes through the output layer's dprintf.
 #include <liblocal/frame.h>
+#include <liblocal/output.h>
 
 namespace ll {
-void frame_trace(int level, const char *text) noexcept {
-  if (Debug < level) return;
-  if (level == 0) std::fputs("Diagnostic: ", stderr);
-  std::fputs(text, stderr);
-}
+void frame_trace(int level, const char *text) noexcept { dprintf(level, "%s", text); }
 }  // namespace ll

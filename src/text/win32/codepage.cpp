@@ -1,6 +1,7 @@
 // Code pages on Windows: the console side is the OEM code page.
 #include <cstdio>
 #include <cstring>
+#include <clocale>
 #include <vector>
 
 #include "frame/win32/win.h"
@@ -33,8 +34,11 @@ LL_API int utf8_to_oem(const char *s, char *out, size_t size) noexcept {
 }
 
 LL_API const char *get_ansi_codeset(void) noexcept {
+  // The code page of the runtime's locale (what mbrtowc and wcrtomb use),
+  // which is the system's ANSI code page until the program calls setlocale.
   static thread_local char name[16];
-  std::snprintf(name, sizeof name, "CP%u", GetACP());
+  unsigned cp = ___lc_codepage_func();
+  std::snprintf(name, sizeof name, "CP%u", cp ? cp : GetACP());
   return name;
 }
 

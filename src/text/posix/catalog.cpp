@@ -1,0 +1,74 @@
+// Catalogs on POSIX systems: X/Open message catalogs (gencat, catopen,
+// catgets), addressed by set and number.
+#include <nl_types.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+
+#include "text/catalog_backend.h"
+
+namespace ll::text::catalog_os {
+
+const char *suffix() noexcept { return ".cat"; }
+char separator() noexcept { return '/'; }
+
+std::string program_dir() noexcept {
+  char buf[PATH_MAX + 1];
+  const ssize_t n = readlink("/proc/self/exe", buf, PATH_MAX);
+  if (n <= 0) return ".";
+  std::string p(buf, static_cast<size_t>(n));
+  const size_t slash = p.rfind('/');
+  return slash == std::string::npos ? "." : (slash == 0 ? "/" : p.substr(0, slash));
+}
+
+void *open(const std::string &path) noexcept {
+  try {
+    std::string candidates[2];
+    int n = 0;
+    if (!path.empty() && path[0] == '/') {
+      candidates[n++] = path;
+    } else {
+      candidates[n++] = program_dir() + "/" + path;
+      // catopen reads a name without "/" through NLSPATH: keep it a path.
+      candidates[n++] = path.find('/') == std::string::npos ? "./" + path : path;
+    }
+    for (int i = 0; i < n; ++i) {
+      if (access(candidates[i].c_str(), R_OK) != 0) continue;
+      nl_catd cd = catopen(candidates[i].c_str(), 0);
+      if (cd != reinterpret_cast<nl_catd>(-1)) return cd;
+    }
+  } catch (...) {
+  }
+  return nullptr;
+}
+
+bool lookup(void *catalog, int set, int number, std::string &out) noexcept {
+  const char *t = catgets(static_cast<nl_catd>(catalog), set, number, nullptr);
+  if (!t) return false;
+  try {
+    out.assign(t);
+  } catch (...) {
+    return false;
+  }
+  return true;
+}
+
+bool close(void *catalog) noexcept { return catclose(static_cast<nl_catd>(catalog)) == 0; }
+
+bool read_first_line(const std::string &path, size_t max, std::string &line) noexcept {
+  FILE *f = std::fopen(path.c_str(), "r");
+  if (!f) return false;
+  line.clear();
+  try {
+    for (int c; (c = std::fgetc(f)) != EOF && c != '\n';)
+      if (line.size() < max) line += static_cast<char>(c);
+  } catch (...) {
+  }
+  std::fclose(f);
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return true;
+}
+
+}  // namespace ll::text::catalog_os

@@ -1,0 +1,172 @@
+// llocal tour: a short walk through what the library does, on a sample text
+// embedded here.
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "llocal.h"
+
+namespace llocal {
+
+namespace {
+
+const char kSample[] =
+    "Backup journal of the sample host\n"
+    "monday:    saving C:\\Users\\admin\\documents, 1204 files, 88 MB, finished\n"
+    "tuesday:   saving C:\\Users\\admin\\documents, 1211 files, 89 MB, finished\n"
+    "wednesday: saving C:\\Users\\admin\\documents, 1219 files, 89 MB, finished\n"
+    "thursday:  saving C:\\Users\\admin\\documents, 1223 files, 90 MB, retrying\n"
+    "thursday:  saving C:\\Users\\admin\\documents, 1223 files, 90 MB, finished\n"
+    "friday:    saving C:\\Users\\admin\\documents, 1230 files, 90 MB, finished\n"
+    "saturday:  saving C:\\Users\\admin\\pictures, 5120 files, 2310 MB, finished\n"
+    "sunday:    verifying every volume of the week, 12 volumes, finished\n"
+    "monday:    saving C:\\Users\\admin\\documents, 1236 files, 91 MB, finished\n"
+    "tuesday:   saving C:\\Users\\admin\\documents, 1240 files, 91 MB, finished\n"
+    "wednesday: saving C:\\Users\\admin\\documents, 1241 files, 91 MB, finished\n";
+
+class Tour {
+ public:
+  // Starts a step; false (and the step is counted as skipped) when its
+  // family is not in this library yet.
+  bool step(const char *title, bool available) {
+    ++number_;
+    std::fflush(stdout);
+    out("%2d. %s\n", number_, title);
+    if (!available) {
+      ++skipped_;
+      line(msg(200, "skipped: not in this library yet"));
+    }
+    return available;
+  }
+  void line(const char *text) { out("      %s\n", text); }
+  template <class... A>
+  void linef(const char *fmt, A... a) {
+    char buf[512];
+    std::snprintf(buf, sizeof buf, fmt, a...);
+    line(buf);
+  }
+  void fail() { ++failed_; }
+  int summary() {
+    const int done = number_ - skipped_ - failed_;
+    out(msg(201, "summary: %d of %d steps done, %d skipped, %d failed\n"), done, number_, skipped_, failed_);
+    return failed_ ? kFailed : kOk;
+  }
+
+ private:
+  int number_ = 0, skipped_ = 0, failed_ = 0;
+};
+
+}  // namespace
+
+int cmd_tour(int argc, char **argv) {
+  const Command &cmd = *find_command("tour");
+  Options opts(argc, argv, "h");
+  for (int c; (c = opts.next()) != -1;) {
+    if (c == 'h') return help(cmd);
+    return opts.bad_option(cmd);
+  }
+  if (!opts.operands().empty()) return usage_error(cmd, "%s", msg(80, "takes no operands\n"));
+
+  Tour t;
+  const size_t len = sizeof kSample - 1;
+  out("%s\n", msg(202, "liblocal tour"));
+
+  if (t.step(msg(203, "initialise"), true))
+    t.linef(msg(204, "library ready; messages: %s"),
+            Catd >= 0 ? msg(205, "from the catalog of the user's language") : msg(206, "English defaults"));
+
+  if (t.step(msg(207, "name the program"), LLOCAL_HAVE_OUTPUT)) {
+#if LLOCAL_HAVE_OUTPUT
+    t.linef(msg(208, "every message line now begins with \"%s: \""), getMyname());
+#endif
+  }
+
+  if (t.step(msg(209, "operating system"), true)) {
+    static const char *const kClasses[] = {"?", "NT kind, edition unknown", "server", "workstation",
+                                           "Windows 9x kind"};
+    const int cls = Win32OSVersion();
+    t.linef(msg(210, "class %d (%s), version %d.%d, platform %d"), cls, cls >= 0 && cls <= 4 ? kClasses[cls] : "?",
+            Win32OSMajorVersionNumber(), Win32OSMinorVersionNumber(), Win32OSPlatformId());
+    t.linef(msg(211, "host description \"%s\", %d processors"), qz_host_os_name(), get_num_processors());
+  }
+
+  if (t.step(msg(212, "compress the sample and back"), true)) {
+    std::unique_ptr<unsigned char[]> packed(new unsigned char[len + 512]);
+    std::unique_ptr<unsigned char[]> back(new unsigned char[len + 512]);
+    const int z = cv_compress(kSample, packed.get(), static_cast<uint32_t>(len), static_cast<uint32_t>(len + 512));
+    const int n = z < 0 ? -1 : cv_decompress(packed.get(), static_cast<uint32_t>(z), back.get(),
+                                             static_cast<uint32_t>(len + 512));
+    if (z > 0 && n == static_cast<int>(len) && std::memcmp(back.get(), kSample, len) == 0) {
+      t.linef(msg(213, "%zu bytes -> %d bytes (%.1f%% of the original), restored intact"), len, z,
+              100.0 * z / static_cast<double>(len));
+    } else {
+      t.linef(msg(214, "round trip failed (compressed %d, restored %d)"), z, n);
+      t.fail();
+    }
+  }
+
+  if (t.step(msg(215, "checksums of the sample"), LLOCAL_HAVE_DIGEST)) {
+#if LLOCAL_HAVE_DIGEST
+    uint32_t crc;
+    init_posix_crc(&crc);
+    update_posix_crc(&crc, kSample, static_cast<uint32_t>(len));
+    final_posix_crc(&crc, static_cast<uint32_t>(len), 0);
+    sha_ctx ctx;
+    sha_init(&ctx);
+    sha_update(&ctx, kSample, len);
+    unsigned char digest[SHA_DIGEST_SIZE];
+    char text[SHA_TEXT_SIZE];
+    sha_final(digest, &ctx);
+    t.linef(msg(216, "cksum %u %zu"), crc, len);
+    t.linef(msg(217, "SHA-1 %s"), sha_to_string(digest, text));
+#endif
+  }
+
+  if (t.step(msg(218, "canonicalise a path"), true)) {
+    const char *path = "c:\\Users\\.\\guest\\..\\admin\\\\documents\\";
+    char buf[256];
+    canon(path, buf);
+    t.linef("%s -> %s", path, buf);
+  }
+
+  if (t.step(msg(219, "match a regular expression"), true)) {
+    const char *pattern = "^\\([a-z]*\\): *saving.*\\(retry[a-z]*\\)$";
+    qzregex *re = regex_cmp(pattern);
+    const char *hit = nullptr;
+    std::string l;
+    for (const char *p = kSample; *p && !hit;) {
+      const char *e = std::strchr(p, '\n');
+      l.assign(p, e ? static_cast<size_t>(e - p) : std::strlen(p));
+      if (re && regex_exec(re, l.c_str())) hit = l.c_str();
+      p = e ? e + 1 : p + l.size();
+    }
+    if (hit) {
+      const std::string day(re->group_start[0], re->group_end[0]), what(re->group_start[1], re->group_end[1]);
+      t.linef(msg(220, "%s matches the line of %s (group 2: \"%s\")"), pattern, day.c_str(), what.c_str());
+    } else {
+      t.linef(msg(221, "%s matched nothing"), pattern);
+      t.fail();
+    }
+    regex_done(re);
+  }
+
+  if (t.step(msg(222, "an error record"), LLOCAL_HAVE_ERRREC)) {
+#if LLOCAL_HAVE_ERRREC
+    qzerror *e = err_setall(8, QZERR_WARNING, 7, msg(223, "the sample's last save was retried"));
+    t.linef(msg(224, "code %d: type %d, severity %d, number %d; printed on standard error:"), e->code,
+            QZERR_TYPE(e->code), QZERR_SEVERITY(e->code), QZERR_NUMBER(e->code));
+    std::fflush(stdout);
+    err_print(e);
+#endif
+    t.linef(msg(225, "errno %d reads \"%s\""), ENOENT, qzmo_strerror(ENOENT));
+  }
+
+  if (t.step(msg(226, "the time, localised"), true)) {
+    char buf[QZ_TIMETEXT_SIZE];
+    t.linef(msg(227, "now: %s"), i18n_long_time(qz_time(nullptr), buf));
+  }
+
+  return t.summary();
+}
+
+}  // namespace llocal
