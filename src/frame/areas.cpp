@@ -152,6 +152,34 @@ void clear_thread_cache() noexcept {
   tc.gen = 0;
 }
 
+// The rest of the cache, then the registry. A hit further down moves to the
+// front so that the inline check in the exported lookups finds it next time.
+__attribute__((noinline)) void *cached_lookup(qz_area_init init, int per_process) noexcept {
+  Slot *slots = per_process ? tc.p : tc.t;
+  if (tc.gen == g_generation.load(std::memory_order_acquire)) {
+    for (int i = 1; i < kSlots; ++i)
+      if (slots[i].init == init) {
+        Slot hit = slots[i];
+        slots[i] = slots[0];
+        slots[0] = hit;
+        return hit.area;
+      }
+  } else {
+    clear_thread_cache();
+  }
+  const uint64_t gen = g_generation.load(std::memory_order_acquire);
+  void *area = lookup_slow(init, per_process);
+  if (gen == g_generation.load(std::memory_order_acquire)) {
+    tc.gen = gen;
+    // Keep the new answer in front; the one it displaces takes the next free
+    // (or oldest) place.
+    unsigned &next = per_process ? tc.next_p : tc.next_t;
+    slots[1 + next++ % (kSlots - 1)] = slots[0];
+    slots[0] = Slot{init, area};
+  }
+  return area;
+}
+
 }  // namespace
 
 void *area_alloc(size_t size) noexcept {
@@ -215,35 +243,16 @@ using namespace ll;
 extern "C" {
 
 LL_API void *T_GetDataAreaPtr(qz_area_init init) noexcept {
-  if (LL_LIKELY(tc.gen == g_generation.load(std::memory_order_acquire))) {
-    for (int i = 0; i < kSlots; ++i)
-      if (tc.t[i].init == init) return tc.t[i].area;
-  } else {
-    clear_thread_cache();
-  }
-  const uint64_t gen = g_generation.load(std::memory_order_acquire);
-  void *area = lookup_slow(init, 0);
-  if (gen == g_generation.load(std::memory_order_acquire)) {
-    tc.gen = gen;
-    tc.t[tc.next_t++ % kSlots] = Slot{init, area};
-  }
-  return area;
+  // The hit path: the most recent answer for this kind, still current.
+  if (LL_LIKELY(tc.t[0].init == init && tc.gen == g_generation.load(std::memory_order_acquire)))
+    return tc.t[0].area;
+  return cached_lookup(init, 0);
 }
 
 LL_API void *P_GetDataAreaPtr(qz_area_init init) noexcept {
-  if (LL_LIKELY(tc.gen == g_generation.load(std::memory_order_acquire))) {
-    for (int i = 0; i < kSlots; ++i)
-      if (tc.p[i].init == init) return tc.p[i].area;
-  } else {
-    clear_thread_cache();
-  }
-  const uint64_t gen = g_generation.load(std::memory_order_acquire);
-  void *area = lookup_slow(init, 1);
-  if (gen == g_generation.load(std::memory_order_acquire)) {
-    tc.gen = gen;
-    tc.p[tc.next_p++ % kSlots] = Slot{init, area};
-  }
-  return area;
+  if (LL_LIKELY(tc.p[0].init == init && tc.gen == g_generation.load(std::memory_order_acquire)))
+    return tc.p[0].area;
+  return cached_lookup(init, 1);
 }
 
 LL_API void T_threadexit(void) noexcept {

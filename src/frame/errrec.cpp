@@ -30,10 +30,14 @@ struct ErrType {
 // Per process: the type table and the texts of the built-in types.
 struct ErrTypes {
   ErrType slot[QZERR_MAXTYPE + 1];
-  char *unknown[2];         // the unknown-error text (types 4 to 7 use both entries)
+  char *unknown[2] = {};         // the unknown-error text (types 4 to 7 use both entries)
   int system_sev[2] = {5, 1};
-  char *rap[33];
+  char *rap[33] = {};
   int print_mode = 0;       // suffix when Debug is 0: 0 none, 1 the code, 2 the fields
+  ~ErrTypes() {
+    std::free(unknown[0]);
+    for (char *t : rap) std::free(t);
+  }
 };
 
 // Per thread: the current record, the saved record, the format buffer.

@@ -856,3 +856,11 @@ const char *catalog_format(int number, const char *english) noexcept {
 }
 
 }  // namespace ll
+
+extern "C" {
+// Test seam: whether a translated format may be used with the arguments of
+// its original.
+LL_API int llt_format_compatible(const char *fmt, const char *reference) noexcept {
+  return ll::format_compatible(fmt, reference) ? 1 : 0;
+}
+}

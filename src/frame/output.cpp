@@ -187,6 +187,8 @@ char *read_converted(char *buf, int n, FILE *stream, bool oem) {
 
 }  // namespace
 
+void forget_fd_mark(int fd) noexcept { mark(fd, false); }
+
 int write_text(FILE *stream, const char *text) noexcept {
   if (!stream || !text) return -1;
   if (!is_ascii(text) && converted(stream)) {
@@ -216,8 +218,9 @@ LL_API void setMyname(const char *name) noexcept {
     ll::format(my, ll::kNameMax + 2, "(pid %u)", ll::os::process_id());
     my[0] = 0;
   } else {
-    const char *base = std::strrchr(name, '\\');
-    base = base ? base + 1 : name;
+    const char *base = name;
+    for (const char *p = name; *p; ++p)
+      if (*p == '\\' || *p == '/') base = p + 1;
     size_t n = std::strlen(base);
     if (n > ll::kNameMax) {
       n = ll::kNameMax;

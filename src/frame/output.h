@@ -11,6 +11,10 @@ namespace ll {
 // treatment of the output layer; the writer's result.
 int write_text(FILE *stream, const char *text) noexcept;
 
+// Forgets a descriptor's mark (utf8_fd/user_fd): for the library's own close
+// calls, so that a later descriptor of the same number starts unmarked.
+void forget_fd_mark(int fd) noexcept;
+
 namespace os {
 // True when the descriptor is a console (a character device).
 bool is_console(int fd) noexcept;

@@ -3,10 +3,12 @@
 
 #include <cstdio>
 
+#include <liblocal/output.h>
+
 namespace ll::opt {
 
 void message(const char *text) noexcept {
-  std::fputs(text, stderr);
+  qzfputs(text, stderr);
   std::fflush(stderr);
 }
 

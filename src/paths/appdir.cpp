@@ -1,6 +1,7 @@
 // Application and installation directories, the well-known subdirectories,
 // and the executable names next to the running program.
 #include <liblocal/appdir.h>
+#include <liblocal/output.h>
 #include <liblocal/path.h>
 #include <liblocal/wfile.h>
 
@@ -15,10 +16,6 @@
 #include "frame/init_steps.h"
 #include "frame/os.h"
 #include "paths/paths.h"
-
-namespace ll {
-void frame_trace(int level, const char *text) noexcept;
-}
 
 namespace {
 
@@ -63,19 +60,12 @@ char *dup(const std::string &s) {
   return p;
 }
 
-void trace(int level, const char *fmt, ...) LL_PRINTF(2, 3);
-void trace(int level, const char *fmt, ...) {
-  if (Debug < level) return;
-  char line[2 * kPathBuf];
-  va_list ap;
-  va_start(ap, fmt);
-  std::vsnprintf(line, sizeof line, fmt, ap);
-  va_end(ap);
-  ll::frame_trace(level, line);
-}
-
 // The directory the program runs from, with a trailing separator; empty when unknown.
 std::string origin(AppState *s) {
+  if (!s->forced) {
+    const char *o = find_origin(s->argv0 ? s->argv0 : "");
+    return o ? o : "";
+  }
   std::string exe = exe_of(s);
   size_t cut = exe.rfind(sep_of(s));
   if (cut == std::string::npos) return {};
@@ -263,12 +253,12 @@ LL_API const char *execpath(const char *name, char *buf, unsigned int size) noex
   const char sep = sep_of(s);
   const std::string org = origin(s);
   if (org.empty() || !buf) {
-    trace(1, "Origin not set, using `%s' for execpath\n", name);
+    dprintf(1, "Origin not set, using `%s' for execpath\n", name);
     return name;
   }
   const size_t nl = std::strlen(name);
   if (org.size() + nl + 2 > size) {
-    trace(1, "`%s%s' exceeds %u bytes for execpath\n", org.c_str(), name, size);
+    dprintf(1, "`%s%s' exceeds %u bytes for execpath\n", org.c_str(), name, size);
     return name;
   }
   const bool absolute = sep == '\\' ? (name[0] == '\\' || (nl >= 2 && name[1] == ':')) : name[0] == '/';
@@ -290,11 +280,11 @@ LL_API const char *execpath(const char *name, char *buf, unsigned int size) noex
     }
   }
   if (utf8_access(buf) == 0) {
-    trace(3, "using `%s' as execpath for `%s'\n", buf, name);
+    dprintf(3, "using `%s' as execpath for `%s'\n", buf, name);
     return buf;
   }
-  trace(2, "`%s' not accessable,\n", buf);
-  trace(2, "using `%s' for execpath,\n", name);
+  dprintf(2, "`%s' not accessable,\n", buf);
+  dprintf(2, "using `%s' for execpath,\n", name);
   std::memmove(buf, name, nl + 1);
   return name;
 }

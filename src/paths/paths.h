@@ -18,6 +18,8 @@ constexpr size_t kPathBuf = 4096;
 // ---- portable helpers (pathsyn.cpp, unc.cpp) ----
 bool has_unc_prefix(const char *name) noexcept;  // is_unc_path or the "\??\UNC\" form
 int ascii_lower(int c) noexcept;
+// canon_dirsep done step by step (UNC names; the reference for the fast path).
+void canon_reference(const char *name, char *buf, int sep) noexcept;
 bool equal_nocase(const char *a, const char *b) noexcept;
 bool prefix_nocase(const char *s, const char *prefix) noexcept;
 

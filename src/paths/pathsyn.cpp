@@ -1,5 +1,6 @@
 // Path syntax: joining, canonical form, absolute form, taking paths apart.
 // Pure string work on UTF-8 bytes; only ASCII letters change case.
+#include <liblocal/output.h>
 #include <liblocal/path.h>
 #include <liblocal/wfile.h>
 
@@ -11,10 +12,6 @@
 
 #include "frame/areas.h"
 #include "paths/paths.h"
-
-namespace ll {
-void frame_trace(int level, const char *text) noexcept;
-}
 
 namespace ll::paths {
 
@@ -103,13 +100,6 @@ void fold(char *region, char sep) {
   }
 }
 
-void trace(int level, const char *fmt, const char *arg) {
-  if (Debug < level) return;
-  char line[kPathBuf + 64];
-  std::snprintf(line, sizeof line, fmt, arg);
-  ll::frame_trace(level, line);
-}
-
 }  // namespace
 
 std::recursive_mutex &cwd_lock() noexcept { return ll::process_area<CwdLock>()->m; }
@@ -136,7 +126,12 @@ LL_API char *path_concat_dirsep(const char *dir, const char *name, int sep) noex
 
 LL_API char *path_concat(const char *dir, const char *name) noexcept { return path_concat_dirsep(dir, name, '\\'); }
 
-LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
+}  // extern "C"
+
+namespace ll::paths {
+// The general form of canon_dirsep: UNC names, and the reference the fast
+// path is checked against.
+void canon_reference(const char *name, char *buf, int sep_in) noexcept {
   if (!name || !buf) return;
   const char sep = static_cast<char>(sep_in);
   if (buf != name) std::memmove(buf, name, std::strlen(name) + 1);
@@ -168,6 +163,101 @@ LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
   }
 }
 
+}  // namespace ll::paths
+
+extern "C" {
+
+LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
+  if (!name || !buf) return;
+  const char sep = static_cast<char>(sep_in);
+  const bool bs = sep == kBackslash;
+  auto is_sep = [bs, sep](char c) { return c == sep || (bs && c == '/'); };
+  // UNC names take the general path; everything else is done in one pass.
+  if (bs && is_sep(name[0]) && is_sep(name[1])) {
+    canon_reference(name, buf, sep_in);
+    return;
+  }
+  size_t len = std::strlen(name);
+  if (bs && len && name[len - 1] == '"') --len;  // the stray closing quote
+  const char *r = name;
+  const char *const end = name + len;
+  const char *colon = nullptr;
+  if (bs) colon = static_cast<const char *>(std::memchr(name, ':', len));
+  if (!colon) colon = name;
+  char *const region = buf;
+  char *w = buf;
+  if (r == end) {
+    buf[0] = '/';
+    buf[1] = 0;
+    return;
+  }
+  // The first character is a pair's leading character like a separator.
+  {
+    char c = *r++;
+    if (is_sep(c)) {
+      c = sep;
+      while (r < end && is_sep(*r)) ++r;
+      if (r == end) {  // only separators
+        buf[0] = '/';
+        buf[1] = 0;
+        return;
+      }
+    } else if (r <= colon && c >= 'a' && c <= 'z') {
+      c = static_cast<char>(c - 32);
+    }
+    *w++ = c;
+  }
+  char *pair = region;  // start of the current (leading character, component) pair
+  constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
+  const uint64_t sep_word = kOnes * static_cast<unsigned char>(sep);
+  const uint64_t slash_word = kOnes * static_cast<unsigned char>('/');
+  for (;;) {
+    // Copy the component up to the next separator.
+    while (r < colon) {
+      char c = *r;
+      if (is_sep(c)) break;
+      if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 32);
+      *w++ = c;
+      ++r;
+    }
+    while (end - r >= 8) {
+      uint64_t x;
+      std::memcpy(&x, r, 8);
+      uint64_t a = x ^ sep_word, b = x ^ slash_word;
+      uint64_t hit = ((a - kOnes) & ~a & kHigh);
+      if (bs) hit |= ((b - kOnes) & ~b & kHigh);
+      if (hit) break;
+      std::memcpy(w, &x, 8);  // x already holds the bytes: in place is safe
+      w += 8;
+      r += 8;
+    }
+    while (r < end && !is_sep(*r)) *w++ = *r++;
+    // Fold the pair just completed.
+    const size_t n = static_cast<size_t>(w - pair - 1);
+    if (n == 1 && pair[1] == '.') {
+      w = pair;
+    } else if (n == 2 && pair[1] == '.' && pair[2] == '.') {
+      if (pair == region) {
+        w = region;
+      } else {
+        char *q = pair - 1;
+        while (q > region && *q != sep) --q;
+        w = q;
+      }
+    }
+    if (r == end) break;
+    while (r < end && is_sep(*r)) ++r;
+    if (r == end) break;  // trailing separators are dropped
+    pair = w;
+    *w++ = sep;
+  }
+  *w = 0;
+  if (w == region) {
+    buf[0] = '/';
+    buf[1] = 0;
+  }
+}
+
 LL_API void canon(const char *name, char *buf) noexcept { canon_dirsep(name, buf, '\\'); }
 
 LL_API char *fullcanon_dirsep(const char *name, char *buf, const char *cwd, int sep_in) noexcept {
@@ -184,14 +274,14 @@ LL_API char *fullcanon_dirsep(const char *name, char *buf, const char *cwd, int 
     else
       ok = utf8_getcwd(dirbuf, kPathBuf - 1) != nullptr;
     if (!ok) {
-      ll::frame_trace(1, "Cannot get current directory!\n");
+      dprintf(1, "Cannot get current directory!\n");
       return buf;
     }
     const size_t dl = std::strlen(dirbuf);
     if (dl > 1 && dirbuf[dl - 1] == '\\') dirbuf[dl - 1] = 0;
     cwd = dirbuf;
   }
-  trace(5, "fullcanon(name=%s)\n", name);
+  dprintf(5, "fullcanon(name=%s)\n", name);
 
   // The string to canonicalise: a working buffer, on the heap only for
   // names longer than it.
@@ -237,7 +327,7 @@ LL_API char *fullcanon_dirsep(const char *name, char *buf, const char *cwd, int 
   }
   if (ok) canon_dirsep(src, buf, csep);
   std::free(heap);
-  trace(5, "   exit fullcanon(fullname=%s)\n", buf);
+  dprintf(5, "   exit fullcanon(fullname=%s)\n", buf);
   return buf;
 }
 

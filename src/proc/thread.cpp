@@ -101,7 +101,9 @@ uint32_t interval_ms(const qz_timespec_t *iv) noexcept {
   return static_cast<uint32_t>(ms);
 }
 
-int mtx_create(qz_mtx **out) noexcept {
+// 'visible': the record is handed to the caller and registered as alive.
+// A thread record's own lock and conditions are never seen by callers.
+int mtx_create(qz_mtx **out, bool visible = true) noexcept {
   if (!out) return 0;
   os::NoKill nk;
   void *h = os::mutex_new();
@@ -111,17 +113,17 @@ int mtx_create(qz_mtx **out) noexcept {
   }
   auto *m = static_cast<qz_mtx *>(xmalloc(sizeof(qz_mtx)));
   m->handle = h;
-  live_add(m, Kind::mutex);
+  if (visible) live_add(m, Kind::mutex);
   *out = m;
   return 1;
 }
 
-int mtx_destroy(qz_mtx *m) noexcept {
+int mtx_destroy(qz_mtx *m, bool visible = true) noexcept {
   if (!m) return 0;
   os::NoKill nk;
-  if (!live_take(m, Kind::mutex)) return 0;
+  if (visible && !live_take(m, Kind::mutex)) return 0;
   if (!os::mutex_close(m->handle)) {
-    live_add(m, Kind::mutex);
+    if (visible) live_add(m, Kind::mutex);
     return 0;
   }
   std::free(m);
@@ -133,14 +135,14 @@ inline int mtx_lock(qz_mtx *m) noexcept { return m && os::mutex_lock(m->handle) 
 // A release refused because the caller is not the owner still counts as done.
 inline int mtx_unlock(qz_mtx *m) noexcept { return m && os::mutex_unlock(m->handle) != 0 ? 1 : 0; }
 
-int cond_create(qz_cond **out) noexcept {
+int cond_create(qz_cond **out, bool visible = true) noexcept {
   if (!out) return 0;
   os::NoKill nk;
   *out = nullptr;
   void *ev = os::event_new();
   if (!ev) return 0;
   qz_mtx *guard = nullptr;
-  if (!mtx_create(&guard)) {
+  if (!mtx_create(&guard, false)) {
     os::event_close(ev);
     return 0;
   }
@@ -148,20 +150,20 @@ int cond_create(qz_cond **out) noexcept {
   c->event = ev;
   c->waiters = 0;
   c->guard = guard;
-  live_add(c, Kind::cond);
+  if (visible) live_add(c, Kind::cond);
   *out = c;
   return 1;
 }
 
-int cond_destroy(qz_cond *c) noexcept {
+int cond_destroy(qz_cond *c, bool visible = true) noexcept {
   if (!c) return 0;
   os::NoKill nk;
-  if (!live_take(c, Kind::cond)) return 0;
+  if (visible && !live_take(c, Kind::cond)) return 0;
   if (!os::event_close(c->event)) {
-    live_add(c, Kind::cond);
+    if (visible) live_add(c, Kind::cond);
     return 0;
   }
-  mtx_destroy(c->guard);
+  mtx_destroy(c->guard, false);
   std::free(c);
   return 1;
 }
@@ -257,9 +259,9 @@ void start_routine(void *p) noexcept {
 }
 
 void destroy_parts(qz_thr *r) noexcept {
-  if (r->lock) mtx_destroy(r->lock);
-  if (r->finished) cond_destroy(r->finished);
-  if (r->started_cond) cond_destroy(r->started_cond);
+  if (r->lock) mtx_destroy(r->lock, false);
+  if (r->finished) cond_destroy(r->finished, false);
+  if (r->started_cond) cond_destroy(r->started_cond, false);
 }
 
 int thr_create(qz_thr **out, qz_thr_func fn, void *arg) noexcept {
@@ -272,9 +274,9 @@ int thr_create(qz_thr **out, qz_thr_func fn, void *arg) noexcept {
     *out = r;
     r->function = fn;
     r->argument = arg;
-    bool ok = !step_fails(1) && cond_create(&r->finished);
-    ok = ok && !step_fails(2) && cond_create(&r->started_cond);
-    ok = ok && !step_fails(3) && mtx_create(&r->lock);
+    bool ok = !step_fails(1) && cond_create(&r->finished, false);
+    ok = ok && !step_fails(2) && cond_create(&r->started_cond, false);
+    ok = ok && !step_fails(3) && mtx_create(&r->lock, false);
     ok = ok && mtx_lock(r->lock);
     const bool locked = ok;
     ok = ok && !step_fails(4) && os::thread_start(start_routine, r, &r->thread);

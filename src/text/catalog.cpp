@@ -1,5 +1,6 @@
 // Message catalogs: the locale file, opening and checking catalogs, lookups
 // into the process-wide result ring, the answer letters and message ids.
+#include <liblocal/appdir.h>
 #include <liblocal/catalog.h>
 #include <liblocal/frame.h>
 #include <liblocal/quote.h>
@@ -109,11 +110,8 @@ std::string application_dir() {
     std::lock_guard<std::mutex> l(g.lock);
     if (g.has_appdir_override) return g.appdir_override;
   }
-  // Until the installation-directory family answers, the parent of the
-  // program's directory.
-  std::string dir = os::program_dir();
-  const size_t sep = dir.find_last_of("/\\");
-  return sep == std::string::npos || sep == 0 ? dir : dir.substr(0, sep);
+  const char *dir = find_appdir(nullptr);
+  return dir ? dir : "";
 }
 
 bool equal_nocase(const char *a, const char *b) {
@@ -136,13 +134,17 @@ void replace(char *&slot, const char *value) {
 void setup_locale(const char *name) noexcept {
   const char sep = os::separator();
   std::string path;
+  bool have_dir = false;
   try {
-    path = application_dir() + sep + "gls" + sep + "GL_LANG";
+    const std::string appdir = application_dir();
+    have_dir = !appdir.empty();
+    path = appdir + sep + "gls" + sep + "GL_LANG";
   } catch (...) {
     return;
   }
   std::string line;
-  const bool have_file = os::read_first_line(path, kLocaleLine, line);
+  // Without an application directory there is no locale file to read.
+  const bool have_file = have_dir && os::read_first_line(path, kLocaleLine, line);
   if (!have_file) trace(1, "Cannot open file \"%s\".\n", path.c_str());
   trace(1, "Locale \"%s\" found.\n", line.empty() ? "not" : line.c_str());
   const size_t dot = line.find('.');

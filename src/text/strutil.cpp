@@ -4,6 +4,7 @@
 #include <liblocal/frame.h>
 #include <liblocal/memory.h>
 #include <liblocal/msgtag.h>
+#include <liblocal/output.h>
 #include <liblocal/strutil.h>
 
 #include <atomic>
@@ -15,20 +16,14 @@
 
 #include "text/strutil_internal.h"
 
-namespace ll {
-void frame_trace(int level, const char *text) noexcept;
-}
-
 namespace ll::text {
 
 void trace(int level, const char *fmt, ...) noexcept {
   if (Debug < level) return;
-  char line[2048];
   va_list ap;
   va_start(ap, fmt);
-  std::vsnprintf(line, sizeof line, fmt, ap);
+  vdprintf(level, fmt, ap);
   va_end(ap);
-  ll::frame_trace(level, line);
 }
 
 namespace {
@@ -51,7 +46,10 @@ void *try_calloc(size_t count, size_t size) noexcept {
 }
 
 qzerror *record_no_memory(int number, const char *english) noexcept {
-  return err_setall(QZERR_T_SYSTEM, QZERR_NOTICE, 12, qzcatgets(Catd, 17, number, english));
+  // The record is set up from the catalog too: keep the text out of the ring.
+  char text[256];
+  std::snprintf(text, sizeof text, "%s", qzcatgets(Catd, 17, number, english));
+  return err_setall(QZERR_T_SYSTEM, QZERR_NOTICE, 12, text);
 }
 
 }  // namespace ll::text

@@ -147,7 +147,8 @@ LL_API size_t utf8_mbs(char *out, const char *s, size_t size) noexcept {
   char tmp[8];
   while (left) {
     wchar_t wc;
-    size_t r = std::mbrtowc(&wc, p, left < MB_CUR_MAX ? left : MB_CUR_MAX, &st);
+    const size_t most = static_cast<size_t>(MB_CUR_MAX);
+    size_t r = std::mbrtowc(&wc, p, left < most ? left : most, &st);
     int len;
     if (r == static_cast<size_t>(-1) || r == static_cast<size_t>(-2) || r == 0) {
       st = std::mbstate_t{};

@@ -561,26 +561,65 @@ class Parser {
 
 bool local_of(int64_t t, std::tm &tm) { return t >= 0 && t <= kMaxLocal && ll::clk::local(t, tm); }
 
-// mktime of the record, false when the platform cannot place it.
-bool make_time(std::tm tm, int64_t &out) {
-  tm.tm_isdst = -1;
-  int64_t v = ll::clk::make(tm);
-  if (v == -1) {
-    // -1 may also be 1969-12-31 23:59:59 UTC; the library's range starts at 0.
-    return false;
-  }
-  out = v;
-  return true;
-}
-
-// Seconds from 1970-01-01 of a UTC calendar date (days from civil).
-int64_t days_from_civil(int64_t y, int m, int d) {
+// Days from 1970-01-01 of a calendar date; any day number counts on from
+// the first of the month (the 32nd of a month is the 1st of the next).
+int64_t days_from_civil(int64_t y, int m, int64_t d) {
   y -= m <= 2;
   const int64_t era = (y >= 0 ? y : y - 399) / 400;
   const int64_t yoe = y - era * 400;
   const int64_t doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
   const int64_t doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
   return era * 146097 + doe - 719468;
+}
+
+// The clock fields of a record read as if they were UTC, in seconds; the
+// fields may be out of their ranges (month 13, day 0, hour 24 ...).
+int64_t clock_seconds(const std::tm &tm) {
+  int64_t y = tm.tm_year + 1900LL, m = tm.tm_mon;
+  y += m >= 0 ? m / 12 : -((11 - m) / 12);
+  m -= (m >= 0 ? m / 12 : -((11 - m) / 12)) * 12;
+  return days_from_civil(y, static_cast<int>(m) + 1, tm.tm_mday) * 86400 + tm.tm_hour * 3600LL + tm.tm_min * 60LL +
+         tm.tm_sec;
+}
+
+// Seconds east of UTC in force at t.
+bool offset_at(int64_t t, int64_t &east) {
+  std::tm tm;
+  if (!local_of(t, tm)) return false;
+  east = clock_seconds(tm) - t;
+  return true;
+}
+
+enum class Place { kExact, kShifted, kNone };
+
+// The time whose local clock reads as the record. A clock time that occurs
+// twice (the hour repeated when daylight saving time ends) is its first
+// occurrence; one that is skipped (when it starts) is placed with the offset
+// in force before the change, which shows as the clock time moved on
+// (02:30 becomes 03:30): kShifted. The platform's mktime is not used, as the
+// runtimes disagree on both cases.
+Place place(const std::tm &tm, int64_t &out) {
+  const int64_t w = clock_seconds(tm);
+  int64_t before, after;
+  bool hb = offset_at(w - 86400, before), ha = offset_at(w + 86400, after);
+  if (!hb && !ha) {
+    hb = offset_at(w, before);
+    if (!hb) return Place::kNone;
+  }
+  if (!hb) before = after;
+  if (!ha) after = before;
+  bool found = false;
+  for (int64_t east : {before, after}) {
+    int64_t v = w - east, check;
+    if (offset_at(v, check) && v + check == w && (!found || v < out)) {
+      out = v;
+      found = true;
+    }
+  }
+  if (found) return Place::kExact;
+  out = w - before;
+  int64_t check;
+  return offset_at(out, check) ? Place::kShifted : Place::kNone;
 }
 
 int days_in_month(int y, int m) {
@@ -621,20 +660,15 @@ bool evaluate(const Expr &e, int64_t base, int64_t &out) {
   } else if (!e.have_date && !e.have_time && !e.have_weekday) {
     start = base;  // relative items only: from the base itself
   } else {
-    const std::tm want = tm;
-    if (!make_time(tm, start)) return false;
-    // A local time that does not exist (skipped by a change to daylight
-    // saving time) is not a valid time.
-    std::tm got;
-    if (!local_of(start, got) || got.tm_year != want.tm_year || got.tm_mon != want.tm_mon ||
-        got.tm_mday != want.tm_mday || got.tm_hour != want.tm_hour || got.tm_min != want.tm_min)
-      return false;
+    // A date or time skipped by a change to daylight saving time is no time.
+    Place p = place(tm, start);
+    if (p == Place::kNone || (p == Place::kShifted && (e.have_date || e.have_time))) return false;
   }
   if (e.have_weekday && !e.have_date) {
     if (!local_of(start, tm)) return false;
     int ord = e.weekday_ord;
     tm.tm_mday += (e.weekday - tm.tm_wday + 7) % 7 + 7 * (ord - (ord > 0 && tm.tm_wday != e.weekday ? 1 : 0));
-    if (!make_time(tm, start)) return false;
+    if (place(tm, start) == Place::kNone) return false;
   }
   if (e.rel[kYear] || e.rel[kMonth] || e.rel[kDay]) {
     if (!local_of(start, tm)) return false;
@@ -643,7 +677,7 @@ bool evaluate(const Expr &e, int64_t base, int64_t &out) {
     tm.tm_year = static_cast<int>(y);
     tm.tm_mon = static_cast<int>(m);
     tm.tm_mday = static_cast<int>(d);
-    if (!make_time(tm, start)) return false;
+    if (place(tm, start) == Place::kNone) return false;
   }
   start += e.rel[kHour] * 3600 + e.rel[kMinute] * 60 + e.rel[kSecond];
   if (start < 0 || start > kMaxLocal) return false;
@@ -672,7 +706,7 @@ bool next_occurrence(const Expr &e, int64_t base, int64_t &out) {
     std::tm cand = day;
     cand.tm_mday += k;
     int64_t noon;
-    if (!make_time(cand, noon) || !local_of(noon, cand)) return false;
+    if (place(cand, noon) == Place::kNone || !local_of(noon, cand)) return false;
     if (e.have_weekday && cand.tm_wday != e.weekday) continue;
     if (e.month_day && cand.tm_mday != e.month_day) continue;
     if (e.monthly && !e.month_day && cand.tm_mday != 1) continue;
@@ -680,7 +714,7 @@ bool next_occurrence(const Expr &e, int64_t base, int64_t &out) {
     cand.tm_min = e.minute;
     cand.tm_sec = e.second;
     int64_t t;
-    if (!make_time(cand, t)) return false;
+    if (place(cand, t) == Place::kNone) return false;
     if (t > base) {
       if (t > kMaxLocal) return false;
       out = t == kForever ? kForever - 1 : t;
@@ -736,7 +770,7 @@ LL_API qz_time64_t bsw_getendofday(qz_time64_t t) noexcept {
   tm.tm_mday += 1;
   tm.tm_hour = tm.tm_min = tm.tm_sec = 0;
   int64_t next;
-  if (!ll::getdate::make_time(tm, next) || next <= v) return t;
+  if (ll::getdate::place(tm, next) == ll::getdate::Place::kNone || next <= v) return t;
   return ll::timefmt::from64(next - 1);
 }
 

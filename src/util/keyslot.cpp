@@ -84,7 +84,7 @@ LL_API void ki_check(uint32_t key) noexcept {
 }
 
 LL_API void ki_print(uint32_t key) noexcept {
-  /*TMPDP*/ (void)key; if (0) dprintf(0, "ki_print: %lu, slot %u, seq %u\n", static_cast<unsigned long>(key), key & 0xFFFFu, key >> 16);
+  dprintf(0, "ki_print: %lu, slot %u, seq %u\n", static_cast<unsigned long>(key), key & 0xFFFFu, key >> 16);
 }
 
 // Test seam: sets the three watched values.

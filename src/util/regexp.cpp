@@ -203,7 +203,7 @@ class Matcher {
   size_t resumes_ = 0;
   bool memo_ = false;
   bool memo_broken_ = false;
-  std::vector<uint16_t> reads_;  // per program offset: groups read from there on
+  std::vector<uint32_t> reads_;  // per program offset: group starts (bits 0-8) and ends (16-24) read from there on
   std::unordered_set<std::string> failed_;
 };
 
@@ -239,13 +239,14 @@ void Matcher::push(size_t ep, const uchar *min, const uchar *lp, size_t step) {
 
 std::string Matcher::key(size_t ep, const uchar *lp) const {
   std::string k;
-  uint64_t v[2] = {ep, static_cast<uint64_t>(lp - subj_)};
-  k.append(reinterpret_cast<const char *>(v), sizeof v);
-  const unsigned mask = ep < reads_.size() ? reads_[ep] : 0;
+  const uint32_t e = static_cast<uint32_t>(ep);
+  const uint64_t at = static_cast<uint64_t>(lp - subj_);
+  k.append(reinterpret_cast<const char *>(&e), sizeof e);
+  k.append(reinterpret_cast<const char *>(&at), sizeof at);
+  const uint32_t mask = ep < reads_.size() ? reads_[ep] : 0;
   for (int g = 0; g < kGroups; ++g) {
-    if (!(mask & (1u << g))) continue;
-    const char *w[2] = {re_->group_start[g], re_->group_end[g]};
-    k.append(reinterpret_cast<const char *>(w), sizeof w);
+    if (mask & (1u << g)) k.append(reinterpret_cast<const char *>(&re_->group_start[g]), sizeof(const char *));
+    if (mask & (1u << (g + 16))) k.append(reinterpret_cast<const char *>(&re_->group_end[g]), sizeof(const char *));
   }
   return k;
 }
@@ -254,6 +255,12 @@ void Matcher::start_memo() {
   memo_ = true;
   // Walk the program once to learn which groups each continuation can read.
   std::vector<std::pair<size_t, int>> refs;  // offset of a back-reference, group
+  size_t bra[kGroups], ket[kGroups];           // where each group opens and closes
+  for (int g = 0; g < kGroups; ++g) bra[g] = ket[g] = static_cast<size_t>(-1);
+  if (plen_ >= 0xFFFFFFFFu) {
+    memo_broken_ = true;
+    return;
+  }
   size_t ep = 0;
   for (;;) {
     if (ep >= plen_) {
@@ -265,7 +272,14 @@ void Matcher::start_memo() {
     if (op == kEof) break;
     if (op == kDol || op == kDot || op == (kDot | kStar)) {
       len = 1;
-    } else if (op == kChr || op == (kChr | kStar) || op == kBra || op == kKet) {
+    } else if (op == kChr || op == (kChr | kStar)) {
+      len = 2;
+    } else if (op == kBra || op == kKet) {
+      if (ep + 1 >= plen_ || prog_[ep + 1] >= kGroups) {
+        memo_broken_ = true;
+        return;
+      }
+      (op == kBra ? bra : ket)[prog_[ep + 1]] = ep;
       len = 2;
     } else if (op == kBack || op == (kBack | kStar)) {
       if (ep + 1 >= plen_ || prog_[ep + 1] >= kGroups) {
@@ -286,9 +300,17 @@ void Matcher::start_memo() {
     }
     ep += len;
   }
+  // A continuation from offset i can read a group's start when a reference
+  // to it lies at or after i and its opening lies before i (after i it is
+  // recorded again first); the same for its end and its closing.
   reads_.assign(ep + 1, 0);
-  for (auto &r : refs)
-    for (size_t i = 0; i <= r.first; ++i) reads_[i] |= static_cast<uint16_t>(1u << r.second);
+  for (auto &r : refs) {
+    const int g = r.second;
+    for (size_t i = 0; i <= r.first; ++i) {
+      if (bra[g] < i) reads_[i] |= 1u << g;
+      if (ket[g] < i) reads_[i] |= 1u << (g + 16);
+    }
+  }
 }
 
 void Matcher::note_failure(const Frame &f) {

@@ -52,14 +52,16 @@ LLTEST_CHILD(convert_args) {
 }
 
 TEST(Init, ArgumentsAreConvertedToUtf8UnlessNoUtf8) {
-  auto r = lltest::run_child("convert_args", {}, {"BSW_MAST="});
+  // Initialisation switches to the user's default locale: make that Latin-1.
+  const std::string lc = "LC_ALL=en_US.ISO-8859-1";
+  auto r = lltest::run_child("convert_args", {}, {"BSW_MAST=", lc});
   ASSERT_EQ(r.exit_code, 0) << r.err;
   EXPECT_EQ(r.out, "same 636166c3a9 new 0\nc3a974c3a9\n");
 
-  r = lltest::run_child("convert_args", {}, {"BSW_MAST=1"});
+  r = lltest::run_child("convert_args", {}, {"BSW_MAST=1", lc});
   EXPECT_EQ(r.out, "same 636166c3a9 new 0\nc3a974c3a9\n");
 
-  r = lltest::run_child("convert_args", {}, {"BSW_MAST=no_utf8"});
+  r = lltest::run_child("convert_args", {}, {"BSW_MAST=no_utf8", lc});
   EXPECT_EQ(r.out, "same 636166e9 same 0\ne974e9\n");
 }
 

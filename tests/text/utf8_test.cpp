@@ -145,8 +145,9 @@ TEST(Utf8, AnsiSideFollowsTheLocale) {
 
   r = lltest::run_child("ansi_side", {"utf8"});
   ASSERT_EQ(r.exit_code, 0) << r.err;
-  if (!lltest::kWindows)  // UTF-8 passes through; lone E9 and 80 are invalid there
+  if (!lltest::kWindows) {  // UTF-8 passes through; lone E9 and 80 are invalid there
     EXPECT_EQ(r.out, "636166c3a920e282ac 7c7c 3zQ UTF-8\n");
+  }
 
   if (lltest::kWindows) {
     r = lltest::run_child("ansi_side", {"cp437"});

@@ -4,7 +4,6 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <string>
 
 #ifdef _WIN32
@@ -18,8 +17,6 @@
 
 #include "llocal.h"
 
-namespace fs = std::filesystem;
-
 namespace llocal {
 
 const char *msg(int number, const char *def) { return qzcatgets(Catd, kSet, number, def); }
@@ -27,41 +24,24 @@ const char *msg(int number, const char *def) { return qzcatgets(Catd, kSet, numb
 void error(const char *fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
-#if LLOCAL_HAVE_OUTPUT
   vprinterr(fmt, ap);
-#else
-  std::fputs("llocal: ", stderr);
-  std::vfprintf(stderr, fmt, ap);
-#endif
   va_end(ap);
 }
 
 void out(const char *fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
-#if LLOCAL_HAVE_OUTPUT
   qzvprintf(fmt, ap);
-#else
-  std::vprintf(fmt, ap);
-#endif
   va_end(ap);
-}
-
-int unavailable(const char *what) {
-  error(msg(1, "%s: not available: the library of this build does not provide it yet\n"), what);
-  return kFailed;
 }
 
 // ---- options ----
 
 Options::Options(int argc, char **argv, const char *optstring)
     : argc_(argc), argv_(argv), optstring_(optstring) {
-#if LLOCAL_HAVE_OPTIONS
-  getopt_init();  // also turns the library's own diagnostics off
-#endif
+  getopt_init();  // also leaves the library's own diagnostics off
 }
 
-#if LLOCAL_HAVE_OPTIONS
 int Options::next() {
   const int c = getopt(argc_, argv_, optstring_);
   arg_ = optarg;
@@ -74,50 +54,6 @@ std::vector<std::string> Options::operands() {
   while (const char *a = getarg(argc_, argv_)) v.emplace_back(a);
   return v;
 }
-#else
-// The classic single-letter grammar, without option files.
-int Options::next() {
-  arg_ = nullptr;
-  if (pos_ == 0) {
-    if (ind_ >= argc_) return -1;
-    const char *w = argv_[ind_];
-    if (w[0] != '-' || w[1] == '\0') return -1;
-    if (w[1] == '-' && w[2] == '\0') {
-      ++ind_;
-      return -1;
-    }
-    pos_ = 1;
-  }
-  const char *w = argv_[ind_];
-  const char c = w[pos_++];
-  opt_ = static_cast<unsigned char>(c);
-  const char *p = c == ':' ? nullptr : std::strchr(optstring_, c);
-  const bool word_done = w[pos_] == '\0';
-  if (!p) {
-    if (word_done) ++ind_, pos_ = 0;
-    return '?';
-  }
-  if (p[1] != ':') {
-    if (word_done) ++ind_, pos_ = 0;
-    return c;
-  }
-  if (!word_done) {
-    arg_ = w + pos_;
-    ++ind_, pos_ = 0;
-    return c;
-  }
-  ++ind_, pos_ = 0;
-  if (ind_ >= argc_) return '?';
-  arg_ = argv_[ind_++];
-  return c;
-}
-
-std::vector<std::string> Options::operands() {
-  std::vector<std::string> v;
-  while (ind_ < argc_) v.emplace_back(argv_[ind_++]);
-  return v;
-}
-#endif
 
 int Options::bad_option(const Command &cmd) const {
   const char *p = opt_ && opt_ != ':' ? std::strchr(optstring_, opt_) : nullptr;
@@ -137,8 +73,18 @@ bool parse_number(const char *s, long long &value) {
 
 // ---- files ----
 
-static fs::path u8path(const std::string &name) {
-  return fs::path(std::u8string(name.begin(), name.end()));
+static int fd_of(std::FILE *f) {
+#ifdef _WIN32
+  return _fileno(f);
+#else
+  return fileno(f);
+#endif
+}
+
+// The file-type bits of a name, 0 when it does not exist.
+static unsigned file_type(const std::string &name) {
+  struct stat64 st;
+  return qzstat(name.c_str(), &st) == 0 ? (st.st_mode & 0170000) : 0;
 }
 
 static void binary_mode(std::FILE *f) {
@@ -154,16 +100,12 @@ std::FILE *open_input(const std::string &name) {
     binary_mode(stdin);
     return stdin;
   }
-#ifdef _WIN32
-  std::FILE *f = _wfopen(u8path(name).c_str(), L"rb");
-#else
-  std::FILE *f = std::fopen(name.c_str(), "rb");
-#endif
+  std::FILE *f = qzfopen(name.c_str(), "rb");
   if (f) {
     // A directory opens on some systems; reading it then fails obscurely.
-    std::error_code ec;
-    if (fs::is_directory(u8path(name), ec)) {
-      std::fclose(f);
+    struct stat64 st;
+    if (fstat64(fd_of(f), &st) == 0 && (st.st_mode & 0170000) == 0040000) {
+      qzfclose(f);
       errno = EISDIR;
       return nullptr;
     }
@@ -172,17 +114,12 @@ std::FILE *open_input(const std::string &name) {
 }
 
 void close_input(std::FILE *f) {
-  if (f && f != stdin) std::fclose(f);
+  if (f && f != stdin) qzfclose(f);
 }
 
 long long input_size(std::FILE *f) {
-#ifdef _WIN32
-  struct _stati64 st;
-  if (_fstati64(_fileno(f), &st) != 0 || (st.st_mode & _S_IFMT) != _S_IFREG) return -1;
-#else
-  struct stat st;
-  if (fstat(fileno(f), &st) != 0 || !S_ISREG(st.st_mode)) return -1;
-#endif
+  struct stat64 st;
+  if (fstat64(fd_of(f), &st) != 0 || (st.st_mode & 0170000) != 0100000) return -1;
   return static_cast<long long>(st.st_size);
 }
 
@@ -200,9 +137,9 @@ const char *errno_text() { return qzmo_strerror(errno); }
 
 bool is_terminal(std::FILE *f) {
 #ifdef _WIN32
-  return _isatty(_fileno(f)) != 0;
+  return _isatty(fd_of(f)) != 0;
 #else
-  return isatty(fileno(f)) != 0;
+  return isatty(fd_of(f)) != 0;
 #endif
 }
 
@@ -218,9 +155,19 @@ bool Output::open(const std::string &name, bool overwrite) {
     return true;
   }
   name_ = name;
-  std::error_code ec;
-  const fs::path target = u8path(name);
-  if (!overwrite && fs::exists(target, ec)) {
+  const unsigned type = file_type(name);
+  if (type == 0040000) {
+    errno = EISDIR;
+    error("%s: %s\n", name.c_str(), errno_text());
+    return false;
+  }
+  if (type != 0 && type != 0100000) {
+    // A device or a pipe has nothing to replace: write to it directly.
+    f_ = qzfopen(name.c_str(), "wb");
+    if (!f_) error("%s: %s\n", name.c_str(), errno_text());
+    return f_ != nullptr;
+  }
+  if (!overwrite && type != 0) {
     error(msg(4, "%s: already exists (-f overwrites it)\n"), name.c_str());
     return false;
   }
@@ -232,11 +179,7 @@ bool Output::open(const std::string &name, bool overwrite) {
   const int pid = static_cast<int>(getpid());
 #endif
   temp_ = name + ".llocal-" + std::to_string(pid) + ".tmp";
-#ifdef _WIN32
-  f_ = _wfopen(u8path(temp_).c_str(), L"wb");
-#else
-  f_ = std::fopen(temp_.c_str(), "wb");
-#endif
+  f_ = qzfopen(temp_.c_str(), "wb");
   if (!f_) {
     error("%s: %s\n", name.c_str(), errno_text());
     temp_.clear();
@@ -266,18 +209,16 @@ bool Output::commit() {
   }
   const bool flushed = std::fflush(f_) == 0 && !std::ferror(f_);
   if (!flushed) error("%s: %s\n", name_.c_str(), errno_text());
-  std::fclose(f_);
+  qzfclose(f_);
   f_ = nullptr;
+  if (temp_.empty()) return flushed && !failed_;
   if (!flushed || failed_) {
-    std::error_code ec;
-    fs::remove(u8path(temp_), ec);
+    utf8_unlink(temp_.c_str());
     return false;
   }
-  std::error_code ec;
-  fs::rename(u8path(temp_), u8path(name_), ec);
-  if (ec) {
-    error("%s: %s\n", name_.c_str(), ec.message().c_str());
-    fs::remove(u8path(temp_), ec);
+  if (qzrename(temp_.c_str(), name_.c_str()) != 0) {
+    error("%s: %s\n", name_.c_str(), errno_text());
+    utf8_unlink(temp_.c_str());
     return false;
   }
   return true;
@@ -289,23 +230,16 @@ void Output::abandon() {
     f_ = nullptr;
     return;
   }
-  if (f_) std::fclose(f_);
+  if (f_) qzfclose(f_);
   f_ = nullptr;
-  std::error_code ec;
-  if (!temp_.empty()) fs::remove(u8path(temp_), ec);
+  if (!temp_.empty()) utf8_unlink(temp_.c_str());
 }
 
 // ---- progress ----
 
 static constexpr long long kProgressThreshold = 64LL << 20;
 
-static const char *progname() {
-#if LLOCAL_HAVE_OUTPUT
-  return getMyname();
-#else
-  return "llocal";
-#endif
-}
+
 
 static long long now_ms() {
   using namespace std::chrono;
@@ -327,10 +261,10 @@ void Progress::update(unsigned long long done) {
   last_ms_ = t;
   drawn_ = true;
   if (total_ > 0)
-    std::fprintf(stderr, "\r%s: %s: %llu MiB of %lld MiB (%d%%) ", progname(), what_.c_str(), done >> 20,
+    std::fprintf(stderr, "\r%s: %s: %llu MiB of %lld MiB (%d%%) ", getMyname(), what_.c_str(), done >> 20,
                  total_ >> 20, static_cast<int>(done * 100 / static_cast<unsigned long long>(total_)));
   else
-    std::fprintf(stderr, "\r%s: %s: %llu MiB ", progname(), what_.c_str(), done >> 20);
+    std::fprintf(stderr, "\r%s: %s: %llu MiB ", getMyname(), what_.c_str(), done >> 20);
   std::fflush(stderr);
 }
 

@@ -9,7 +9,6 @@ namespace {
 
 constexpr size_t kChunk = 256 * 1024;
 
-#if LLOCAL_HAVE_DIGEST
 // Reads the whole input in chunks, feeding each to 'take'; false (message
 // printed) on a read error.
 template <class Take>
@@ -56,12 +55,10 @@ int each_file(int argc, char **argv, const Command &cmd, One one) {
   }
   return status;
 }
-#endif
 
 }  // namespace
 
 int cmd_cksum(int argc, char **argv) {
-#if LLOCAL_HAVE_DIGEST
   return each_file(argc, argv, *find_command("cksum"), [](std::FILE *f, const std::string &name) {
     uint32_t state;
     init_posix_crc(&state);
@@ -78,14 +75,9 @@ int cmd_cksum(int argc, char **argv) {
       out("%u %llu %s\n", state, total, name.c_str());
     return true;
   });
-#else
-  (void)argc, (void)argv;
-  return unavailable("cksum");
-#endif
 }
 
 int cmd_sha1(int argc, char **argv) {
-#if LLOCAL_HAVE_DIGEST
   return each_file(argc, argv, *find_command("sha1"), [](std::FILE *f, const std::string &name) {
     sha_ctx ctx;
     sha_init(&ctx);
@@ -101,10 +93,6 @@ int cmd_sha1(int argc, char **argv) {
       out("%s  %s\n", text, name.c_str());
     return true;
   });
-#else
-  (void)argc, (void)argv;
-  return unavailable("sha1");
-#endif
 }
 
 }  // namespace llocal

@@ -7,8 +7,6 @@
 
 #include <liblocal.h>
 
-#include "families.h"
-
 namespace llocal {
 
 // Exit statuses.
@@ -51,8 +49,6 @@ int help(const Command &cmd);
 // Prints a usage error and the command's synopsis on standard error;
 // returns kUsage.
 int usage_error(const Command &cmd, const char *fmt, ...) LLOCAL_FMT(2, 3);
-// "The family this command needs is not in this library yet": kFailed.
-int unavailable(const char *what);
 
 // Option scanning through the library's getopt (so "@file" option files
 // work): next() gives the next option letter, -1 at the end, '?' for an
@@ -73,10 +69,6 @@ class Options {
   const char *optstring_;
   const char *arg_ = nullptr;
   int opt_ = 0;
-#if !LLOCAL_HAVE_OPTIONS
-  int ind_ = 1;
-  int pos_ = 0;
-#endif
 };
 
 // Parses a decimal or 0x-prefixed number; false when it is not one.

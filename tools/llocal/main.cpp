@@ -162,8 +162,6 @@ static int run(int argc, char **argv) {
 
 int main(int argc, char **argv) {
   _qzinit(argv[0], argc, argv);
-#if LLOCAL_HAVE_OUTPUT
   setMyname("llocal");
-#endif
   return llocal::run(argc, argv);
 }

@@ -30,7 +30,6 @@ constexpr uint32_t kMaxBlock = 64u * 1024 * 1024;
 // between groups.
 constexpr uint32_t kSlack = 288 + 64;
 
-#if LLOCAL_HAVE_DIGEST
 uint32_t crc_of(const void *p, size_t n) {
   uint32_t s;
   init_posix_crc(&s);
@@ -51,12 +50,10 @@ bool one_input(Options &opts, const Command &cmd, std::string &input, int &statu
   input = ops.empty() ? "-" : ops[0];
   return true;
 }
-#endif
 
 }  // namespace
 
 int cmd_pack(int argc, char **argv) {
-#if LLOCAL_HAVE_DIGEST
   const Command &cmd = *find_command("pack");
   Options opts(argc, argv, "b:o:fh");
   uint32_t block = kDefaultBlock;
@@ -141,14 +138,9 @@ int cmd_pack(int argc, char **argv) {
     return kFailed;
   }
   return o.commit() ? kOk : kFailed;
-#else
-  (void)argc, (void)argv;
-  return unavailable("pack");
-#endif
 }
 
 int cmd_unpack(int argc, char **argv) {
-#if LLOCAL_HAVE_DIGEST
   const Command &cmd = *find_command("unpack");
   Options opts(argc, argv, "o:fh");
   std::string output;
@@ -274,10 +266,6 @@ int cmd_unpack(int argc, char **argv) {
     return kFailed;
   }
   return o.commit() ? kOk : kFailed;
-#else
-  (void)argc, (void)argv;
-  return unavailable("unpack");
-#endif
 }
 
 }  // namespace llocal

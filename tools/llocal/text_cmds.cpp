@@ -118,15 +118,11 @@ int cmd_tag(int argc, char **argv) {
   if (!parse_number(ops[1].c_str(), first) || !parse_number(ops[2].c_str(), second) || first < INT32_MIN ||
       first > INT32_MAX || second < INT32_MIN || second > INT32_MAX)
     return usage_error(cmd, "%s", msg(45, "FIRST and SECOND must be 32-bit numbers\n"));
-#if LLOCAL_HAVE_MSGTAG
   std::string text = ops[0];
   text.resize(ops[0].size() + 32, '\0');
   append_msg_suffix(text.data(), static_cast<int>(first), static_cast<int>(second));
   out("%s\n", text.c_str());
   return kOk;
-#else
-  return unavailable("tag");
-#endif
 }
 
 int cmd_untag(int argc, char **argv) {
@@ -142,7 +138,6 @@ int cmd_untag(int argc, char **argv) {
   }
   std::vector<std::string> ops = opts.operands();
   if (ops.size() != 1) return usage_error(cmd, "%s", msg(46, "needs one TEXT\n"));
-#if LLOCAL_HAVE_MSGTAG
   std::string text = ops[0];
   if (numbers) {
     const char *tag = strmsg(text.c_str());
@@ -157,10 +152,6 @@ int cmd_untag(int argc, char **argv) {
   strip_msg_ids(text.data());
   out("%s\n", text.c_str());
   return kOk;
-#else
-  (void)numbers;
-  return unavailable("untag");
-#endif
 }
 
 int cmd_split(int argc, char **argv) {
@@ -180,7 +171,6 @@ int cmd_split(int argc, char **argv) {
   }
   std::vector<std::string> ops = opts.operands();
   if (ops.size() != 1) return usage_error(cmd, "%s", msg(48, "needs one STRING\n"));
-#if LLOCAL_HAVE_QUOTE
   std::string s = ops[0];
   int count = 0;
   char **words = nullptr;
@@ -191,10 +181,6 @@ int cmd_split(int argc, char **argv) {
   for (int i = 0; i < count; ++i) out("%s\n", words[i]);
   std::free(words);
   return kOk;
-#else
-  (void)windows, (void)have_delims;
-  return unavailable("split");
-#endif
 }
 
 int cmd_join(int argc, char **argv) {
@@ -211,7 +197,6 @@ int cmd_join(int argc, char **argv) {
   }
   std::vector<std::string> ops = opts.operands();
   if (ops.empty()) return usage_error(cmd, "%s", msg(50, "no words\n"));
-#if LLOCAL_HAVE_QUOTE
   std::vector<char *> words;
   for (auto &w : ops) words.push_back(w.data());
   words.push_back(nullptr);
@@ -223,10 +208,6 @@ int cmd_join(int argc, char **argv) {
   out("%s\n", line);
   std::free(line);
   return kOk;
-#else
-  (void)windows;
-  return unavailable("join");
-#endif
 }
 
 }  // namespace llocal

@@ -9,7 +9,6 @@ namespace llocal {
 
 namespace {
 
-#if LLOCAL_HAVE_DCMPRSS
 // Reads the whole input; false (message printed) on a read error or when it
 // is larger than the decoder takes.
 bool slurp(std::FILE *f, const std::string &label, std::vector<unsigned char> &data) {
@@ -65,12 +64,10 @@ bool decode(const std::vector<unsigned char> &z, const std::string &label, std::
   error(msg(30, "%s: too large for the decoder (2 GiB at most)\n"), label.c_str());
   return false;
 }
-#endif
 
 }  // namespace
 
 int cmd_uncompress(int argc, char **argv) {
-#if LLOCAL_HAVE_DCMPRSS
   const Command &cmd = *find_command("uncompress");
   Options opts(argc, argv, "cfo:h");
   bool to_stdout = false, force = false;
@@ -128,10 +125,6 @@ int cmd_uncompress(int argc, char **argv) {
     }
   }
   return status;
-#else
-  (void)argc, (void)argv;
-  return unavailable("uncompress");
-#endif
 }
 
 }  // namespace llocal

@@ -188,7 +188,7 @@ void held_push(Tls &t, Mutex *m) noexcept {
 
 [[gnu::noinline]] void lock_slow(Mutex *m, Tls &t, uint32_t me) noexcept {
   bool slept = false;
-  for (int spin = 0;; ++spin) {
+  for (;;) {
     uint32_t w = m->word.load(std::memory_order_relaxed);
     if ((w & kOwner) == 0) {
       // After a sleep take it marked contended, so that the next unlock
@@ -196,12 +196,6 @@ void held_push(Tls &t, Mutex *m) noexcept {
       if (m->word.compare_exchange_weak(w, me | (slept ? kWaiters : 0), std::memory_order_acquire,
                                         std::memory_order_relaxed))
         return;
-      continue;
-    }
-    if (spin < 100) {
-#if defined(__x86_64__) || defined(__i386__)
-      __builtin_ia32_pause();
-#endif
       continue;
     }
     if (!(w & kWaiters)) {

@@ -1,0 +1,128 @@
+// canon and fullcanon over a corpus of realistic paths (deep trees, UNC
+// names, drive-relative names, mixed separators), one pass over the corpus
+// per iteration, against memcpy of the same bytes measured in the same run.
+// Prints the canon/memcpy ratio (goal: at most 8x) and calls per second.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <liblocal/path.h>
+
+namespace {
+
+struct Corpus {
+  std::vector<std::string> paths;
+  size_t bytes = 0;
+  size_t longest = 0;
+  Corpus() {
+    const char *tops[] = {"C:\\Users\\alice\\Documents", "d:/Projects/liblocal/src", "\\\\fileserver\\backup\\daily",
+                          "E:\\data\\..\\archive\\2023", "relative\\dir", "C:dir\\sub", "/home/bob/src/tree",
+                          "\\\\?\\UNC\\nas\\vol1\\home", "C:\\Program Files (x86)\\Vendor\\App\\bin"};
+    const char *leaves[] = {"report.docx", "main.cpp", ".\\notes.txt", "..\\sibling\\file.bin", "a//b\\\\c.txt",
+                            "photo\xc3\xa9t\xc3\xa9.jpg", "x.tar.gz"};
+    unsigned seed = 7;
+    for (int i = 0; i < 2000; ++i) {
+      std::string p = tops[i % (sizeof tops / sizeof *tops)];
+      seed = seed * 1103515245 + 12345;
+      const int depth = 2 + static_cast<int>((seed >> 16) % 12);
+      for (int d = 0; d < depth; ++d) {
+        p += (d % 3 == 2) ? "/" : "\\";
+        p += "dir" + std::to_string((seed >> (d % 16)) % 97);
+      }
+      p += "\\";
+      p += leaves[(seed >> 8) % (sizeof leaves / sizeof *leaves)];
+      bytes += p.size() + 1;
+      if (p.size() > longest) longest = p.size();
+      paths.push_back(std::move(p));
+    }
+  }
+};
+
+const Corpus &corpus() {
+  static const Corpus c;
+  return c;
+}
+
+void BM_memcpy(benchmark::State &state) {
+  const Corpus &c = corpus();
+  std::vector<char> buf(c.longest + 4096);
+  for (auto _ : state) {
+    for (const auto &p : c.paths) {
+      std::memcpy(buf.data(), p.c_str(), p.size() + 1);
+      benchmark::DoNotOptimize(buf.data());
+      benchmark::ClobberMemory();
+    }
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * c.bytes));
+  state.counters["calls/s"] = benchmark::Counter(static_cast<double>(state.iterations() * c.paths.size()),
+                                                 benchmark::Counter::kIsRate);
+}
+
+void BM_canon(benchmark::State &state) {
+  const Corpus &c = corpus();
+  std::vector<char> buf(c.longest + 4096);
+  for (auto _ : state) {
+    for (const auto &p : c.paths) {
+      canon(p.c_str(), buf.data());
+      benchmark::DoNotOptimize(buf.data());
+      benchmark::ClobberMemory();
+    }
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * c.bytes));
+  state.counters["calls/s"] = benchmark::Counter(static_cast<double>(state.iterations() * c.paths.size()),
+                                                 benchmark::Counter::kIsRate);
+}
+
+void BM_fullcanon(benchmark::State &state) {
+  const Corpus &c = corpus();
+  std::vector<char> buf(c.longest + 4096);
+  for (auto _ : state) {
+    for (const auto &p : c.paths) {
+      fullcanon(p.c_str(), buf.data(), "C:\\work\\current\\dir");
+      benchmark::DoNotOptimize(buf.data());
+      benchmark::ClobberMemory();
+    }
+  }
+  state.counters["calls/s"] = benchmark::Counter(static_cast<double>(state.iterations() * c.paths.size()),
+                                                 benchmark::Counter::kIsRate);
+}
+
+BENCHMARK(BM_memcpy);
+BENCHMARK(BM_canon);
+BENCHMARK(BM_fullcanon);
+
+class RatioReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run> &runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const auto &r : runs) results_.push_back({r.benchmark_name(), r.GetAdjustedRealTime()});
+  }
+  void Finalize() override {
+    ConsoleReporter::Finalize();
+    double base = 0;
+    for (auto &r : results_)
+      if (r.first == "BM_memcpy") base = r.second;
+    const double n = static_cast<double>(corpus().paths.size());
+    for (auto &r : results_) {
+      if (r.first == "BM_memcpy" || base <= 0) continue;
+      std::printf("ratio %-14s %.2fx memcpy (goal for canon <= 8.0x), %.0f calls per second\n", r.first.c_str(),
+                  r.second / base, n / (r.second * 1e-9));
+    }
+  }
+
+ private:
+  std::vector<std::pair<std::string, double>> results_;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  benchmark::Initialize(&argc, argv);
+  RatioReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  return 0;
+}

@@ -1,0 +1,545 @@
+// Threads, mutexes and condition variables: the behaviour callers rely on.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <thread>
+
+#include "lltest.h"
+#include <liblocal/frame.h>
+#include <liblocal/thread.h>
+
+extern "C" void llt_thr_fail_step(int step);
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+long long ms_since(Clock::time_point t0) {
+  return std::chrono::duration_cast<milliseconds>(Clock::now() - t0).count();
+}
+
+void *ptr(uintptr_t v) { return reinterpret_cast<void *>(v); }
+
+// A second thread that tries to lock the mutex; tells whether it got it.
+class LockProbe {
+ public:
+  explicit LockProbe(qz_mtx_t *m)
+      : t_([this, m] {
+          qz_mtx_lock(m);
+          got_ = true;
+          qz_mtx_unlock(m);
+        }) {}
+  ~LockProbe() { t_.join(); }
+  bool got_within(int ms) {
+    const auto t0 = Clock::now();
+    while (!got_ && ms_since(t0) < ms) std::this_thread::sleep_for(milliseconds(5));
+    return got_;
+  }
+
+ private:
+  std::atomic<bool> got_{false};
+  std::thread t_;
+};
+
+// A per-thread area whose destruction is counted.
+std::atomic<int> g_area_dtors{0};
+void *counted_area(qz_area_dtor *out) {
+  *out = [](void *) { ++g_area_dtors; };
+  static int dummy;
+  return &dummy;
+}
+
+struct Gate {  // a flag and a condition to wait for it
+  qz_mtx_t *m = nullptr;
+  qz_cond_t *c = nullptr;
+  int open = 0;
+  Gate() {
+    EXPECT_EQ(qz_mtx_create(&m), 1);
+    EXPECT_EQ(qz_cond_create(&c), 1);
+  }
+  ~Gate() {
+    EXPECT_EQ(qz_cond_destroy(c), 1);
+    EXPECT_EQ(qz_mtx_destroy(m), 1);
+  }
+  void wait_open() {
+    qz_mtx_lock(m);
+    while (!open) qz_cond_wait(c, m);
+    qz_mtx_unlock(m);
+  }
+  void set_open() {
+    qz_mtx_lock(m);
+    open = 1;
+    qz_mtx_unlock(m);
+    qz_cond_signal(c);
+  }
+};
+
+// ------------------------------------------------------------------ mutexes
+
+TEST(Mutex, BadArgumentsAnswerZero) {
+  EXPECT_EQ(qz_mtx_create(nullptr), 0);
+  EXPECT_EQ(qz_mtx_lock(nullptr), 0);
+  EXPECT_EQ(qz_mtx_unlock(nullptr), 0);
+  EXPECT_EQ(qz_mtx_destroy(nullptr), 0);
+  qz_mtx_t *m = nullptr;
+  ASSERT_EQ(qz_mtx_create(&m), 1);
+  ASSERT_NE(m, nullptr);
+  EXPECT_EQ(qz_mtx_destroy(m), 1);
+  EXPECT_EQ(qz_mtx_destroy(m), 0);  // a second destroy is recognised
+}
+
+TEST(Mutex, RecursiveAndExcludesOthersUntilFullyUnlocked) {
+  qz_mtx_t *m;
+  ASSERT_EQ(qz_mtx_create(&m), 1);
+  ASSERT_EQ(qz_mtx_lock(m), 1);
+  ASSERT_EQ(qz_mtx_lock(m), 1);
+  {
+    LockProbe probe(m);
+    EXPECT_FALSE(probe.got_within(100));
+    EXPECT_EQ(qz_mtx_unlock(m), 1);
+    EXPECT_FALSE(probe.got_within(100));  // still held once
+    EXPECT_EQ(qz_mtx_unlock(m), 1);
+    EXPECT_TRUE(probe.got_within(10000));
+  }
+  EXPECT_EQ(qz_mtx_destroy(m), 1);
+}
+
+TEST(Mutex, UnlockByNonOwnerAnswersOneAndLeavesItHeld) {
+  qz_mtx_t *m;
+  ASSERT_EQ(qz_mtx_create(&m), 1);
+  EXPECT_EQ(qz_mtx_unlock(m), 1);  // not held at all
+  ASSERT_EQ(qz_mtx_lock(m), 1);
+  int other = -1;
+  std::thread([&] { other = qz_mtx_unlock(m); }).join();
+  EXPECT_EQ(other, 1);
+  {
+    LockProbe probe(m);
+    EXPECT_FALSE(probe.got_within(100));
+    EXPECT_EQ(qz_mtx_unlock(m), 1);
+    EXPECT_TRUE(probe.got_within(10000));
+  }
+  EXPECT_EQ(qz_mtx_destroy(m), 1);
+}
+
+TEST(Mutex, AbandonedByEndedThreadIsAcquired) {
+  qz_mtx_t *m;
+  ASSERT_EQ(qz_mtx_create(&m), 1);
+  // Ends by returning, by qz_thr_exit, and by a foreign thread's end.
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(
+                &t, [](void *a) -> void * { return ptr(qz_mtx_lock(static_cast<qz_mtx_t *>(a))); }, m),
+            1);
+  int nowait = 0;
+  uint32_t st = 0;
+  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(st, 1u);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+  std::thread([m] { qz_mtx_lock(m); qz_mtx_lock(m); }).join();
+  {
+    LockProbe probe(m);
+    EXPECT_TRUE(probe.got_within(10000));
+  }
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *a) -> void * {
+                  qz_mtx_lock(static_cast<qz_mtx_t *>(a));
+                  qz_thr_exit(3);
+                  return nullptr;
+                },
+                m),
+            1);
+  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(st, 3u);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+  EXPECT_EQ(qz_mtx_lock(m), 1);
+  EXPECT_EQ(qz_mtx_unlock(m), 1);
+  EXPECT_EQ(qz_mtx_destroy(m), 1);
+}
+
+TEST(Mutex, OperationsLeaveErrnoAlone) {
+  errno = 4321;
+  qz_mtx_t *m;
+  qz_cond_t *c;
+  qz_thr_t *t;
+  ASSERT_EQ(qz_mtx_create(&m), 1);
+  ASSERT_EQ(qz_cond_create(&c), 1);
+  qz_mtx_lock(m);
+  qz_timespec_t iv{0, 20000000};
+  qz_cond_timedwait(c, m, &iv);
+  qz_mtx_unlock(m);
+  ASSERT_EQ(qz_thr_create(&t, nullptr, nullptr), 1);
+  int nowait = 0;
+  qz_thr_wait(t, nullptr, &nowait);
+  qz_thr_destroy(t);
+  qz_cond_destroy(c);
+  qz_mtx_destroy(m);
+  EXPECT_EQ(errno, 4321);
+}
+
+// ------------------------------------------------------- condition variables
+
+TEST(Cond, BadArgumentsAnswerZero) {
+  qz_mtx_t *m;
+  qz_cond_t *c;
+  ASSERT_EQ(qz_mtx_create(&m), 1);
+  ASSERT_EQ(qz_cond_create(&c), 1);
+  EXPECT_EQ(qz_cond_create(nullptr), 0);
+  EXPECT_EQ(qz_cond_signal(nullptr), 0);
+  EXPECT_EQ(qz_cond_wait(nullptr, m), 0);
+  EXPECT_EQ(qz_cond_wait(c, nullptr), 0);
+  EXPECT_EQ(qz_cond_timedwait(nullptr, m, nullptr), 0);
+  EXPECT_EQ(qz_cond_destroy(nullptr), 0);
+  EXPECT_EQ(qz_cond_destroy(reinterpret_cast<qz_cond_t *>(m)), 0);  // not a condition
+  EXPECT_EQ(qz_cond_destroy(c), 1);
+  EXPECT_EQ(qz_cond_destroy(c), 0);
+  EXPECT_EQ(qz_mtx_destroy(m), 1);
+}
+
+TEST(Cond, ZeroIntervalReturnsAtOnceHoldingTheMutex) {
+  Gate g;
+  qz_mtx_lock(g.m);
+  const qz_timespec_t zero{0, 0}, under_a_ms{0, 999999}, negative{-1, 0}, neg_nsec{0, -5000000};
+  const auto t0 = Clock::now();
+  EXPECT_EQ(qz_cond_timedwait(g.c, g.m, &zero), 0);
+  EXPECT_EQ(qz_cond_timedwait(g.c, g.m, &under_a_ms), 0);  // truncated to 0 ms
+  EXPECT_EQ(qz_cond_timedwait(g.c, g.m, &negative), 0);
+  EXPECT_EQ(qz_cond_timedwait(g.c, g.m, &neg_nsec), 0);
+  EXPECT_LE(ms_since(t0), 1000);
+  LockProbe probe(g.m);
+  EXPECT_FALSE(probe.got_within(100));
+  qz_mtx_unlock(g.m);
+  EXPECT_TRUE(probe.got_within(10000));
+}
+
+TEST(Cond, IntervalIsRelativeAndTruncatedToMilliseconds) {
+  Gate g;
+  qz_mtx_lock(g.m);
+  const qz_timespec_t iv{1, 999999999};
+  const auto t0 = Clock::now();
+  EXPECT_EQ(qz_cond_timedwait(g.c, g.m, &iv), 0);
+  const long long took = ms_since(t0);
+  EXPECT_GE(took, lltest::kWindows ? 1999 - 20 : 1999 - 1);
+  EXPECT_LE(took, 1999 + 1500);
+  LockProbe probe(g.m);
+  EXPECT_FALSE(probe.got_within(50));
+  qz_mtx_unlock(g.m);
+}
+
+TEST(Cond, SignalWithoutWaiterIsLost) {
+  Gate g;
+  EXPECT_EQ(qz_cond_signal(g.c), 1);
+  EXPECT_EQ(qz_cond_signal(g.c), 1);
+  qz_mtx_lock(g.m);
+  const qz_timespec_t iv{0, 100000000};
+  EXPECT_EQ(qz_cond_timedwait(g.c, g.m, &iv), 0);
+  qz_mtx_unlock(g.m);
+}
+
+TEST(Cond, TimedWaitWokenBySignalAndHugeIntervalStillWaits) {
+  Gate g;
+  std::atomic<int> result{-1};
+  std::atomic<bool> waiting{false};
+  std::thread waiter([&] {
+    qz_mtx_lock(g.m);
+    waiting = true;
+    const qz_timespec_t huge{INT32_MAX, 999999999};
+    int r = 0;
+    while (!g.open) r = qz_cond_timedwait(g.c, g.m, &huge);
+    result = r;
+    qz_mtx_unlock(g.m);
+  });
+  while (!waiting) std::this_thread::sleep_for(milliseconds(1));
+  std::this_thread::sleep_for(milliseconds(100));
+  EXPECT_EQ(result.load(), -1);  // a huge interval is not taken for "no wait"
+  g.set_open();
+  waiter.join();
+  EXPECT_EQ(result.load(), 1);
+}
+
+TEST(Cond, EachSignalWakesExactlyOneWaiter) {
+  constexpr int kWaiters = 4;
+  Gate g;
+  int inside = 0;
+  std::atomic<int> woken{0};
+  std::thread ts[kWaiters];
+  for (auto &t : ts)
+    t = std::thread([&] {
+      qz_mtx_lock(g.m);
+      ++inside;
+      qz_cond_wait(g.c, g.m);  // no predicate: count raw wake-ups
+      ++woken;
+      qz_mtx_unlock(g.m);
+    });
+  // A waiter counts itself before it lets the mutex go, so once all are
+  // "inside" and the mutex is free, every one of them is a waiter.
+  for (;;) {
+    qz_mtx_lock(g.m);
+    const int n = inside;
+    qz_mtx_unlock(g.m);
+    if (n == kWaiters) break;
+    std::this_thread::sleep_for(milliseconds(2));
+  }
+  for (int i = 1; i <= kWaiters; ++i) {
+    EXPECT_EQ(qz_cond_signal(g.c), 1);
+    const auto t0 = Clock::now();
+    while (woken < i && ms_since(t0) < 10000) std::this_thread::sleep_for(milliseconds(1));
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(woken.load(), i);
+  }
+  for (auto &t : ts) t.join();
+}
+
+// ------------------------------------------------------------------ threads
+
+TEST(Thread, CreateAndWaitDeliverTheFunctionsResult) {
+  EXPECT_EQ(qz_thr_create(nullptr, nullptr, nullptr), 0);
+  qz_thr_t *t = nullptr;
+  uint32_t tid_inside = 0;
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *a) -> void * {
+                  *static_cast<uint32_t *>(a) = qz_thr_getid();
+                  return ptr(0x1234);
+                },
+                &tid_inside),
+            1);
+  int nowait = 0;
+  uint32_t st = 0;
+  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(st, 0x1234u);
+  EXPECT_EQ(nowait, 0);
+  EXPECT_EQ(qz_thr_idsequal(tid_inside, qz_thr_getid()), 0);
+  EXPECT_EQ(qz_thr_idsequal(tid_inside, tid_inside), 1);
+  // Waiting again, also without blocking, gives the same status.
+  nowait = 1;
+  st = 0;
+  EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(nowait, 1);
+  EXPECT_EQ(st, 0x1234u);
+  EXPECT_EQ(qz_thr_wait(t, nullptr, nullptr), 0);
+  EXPECT_EQ(qz_thr_wait(nullptr, &st, &nowait), 0);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+  EXPECT_EQ(qz_thr_destroy(t), 0);
+  EXPECT_EQ(qz_thr_destroy(nullptr), 0);
+  EXPECT_EQ(qz_thr_kill(nullptr, 1), 0);
+  EXPECT_EQ(qz_thr_yield(), 1);
+}
+
+TEST(Thread, CreateReturnsOnlyOnceTheThreadRuns) {
+  std::atomic<int> ran{0};
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *a) -> void * {
+                  ++*static_cast<std::atomic<int> *>(a);
+                  return nullptr;
+                },
+                &ran),
+            1);
+  // 'started' is set before the function runs; the function follows at once.
+  int nowait = 0;
+  ASSERT_EQ(qz_thr_wait(t, nullptr, &nowait), 1);
+  EXPECT_EQ(ran.load(), 1);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+}
+
+TEST(Thread, FailedCreateRollsBackAndStoresNull) {
+  for (int step = 1; step <= 4; ++step) {
+    llt_thr_fail_step(step);
+    qz_thr_t *t = reinterpret_cast<qz_thr_t *>(&step);
+    EXPECT_EQ(qz_thr_create(&t, nullptr, nullptr), 0) << "step " << step;
+    EXPECT_EQ(t, nullptr) << "step " << step;
+  }
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(&t, nullptr, nullptr), 1);  // the seam is spent
+  int nowait = 0;
+  EXPECT_EQ(qz_thr_wait(t, nullptr, &nowait), 1);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+}
+
+TEST(Thread, NoWaitOnRunningThreadClearsFlagWithoutStatus) {
+  Gate g;
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *a) -> void * {
+                  static_cast<Gate *>(a)->wait_open();
+                  return ptr(7);
+                },
+                &g),
+            1);
+  int nowait = 1;
+  uint32_t st = 99;
+  EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(nowait, 0);
+  EXPECT_EQ(st, 99u);
+  g.set_open();
+  nowait = 0;
+  EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(st, 7u);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+}
+
+TEST(Thread, ExitReportsItsStatusAndNeedsWaitBeforeDestroy) {
+  const int before = g_area_dtors.load();
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *) -> void * {
+                  T_GetDataAreaPtr(counted_area);
+                  qz_thr_exit(42);
+                  return ptr(1);  // not reached
+                },
+                nullptr),
+            1);
+  int nowait = 0;
+  uint32_t st = 0;
+  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(st, 42u);
+  EXPECT_EQ(g_area_dtors.load(), before + 1);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+}
+
+TEST(Thread, PerThreadAreasGoWhenTheThreadEnds) {
+  const int before = g_area_dtors.load();
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *) -> void * {
+                  T_GetDataAreaPtr(counted_area);
+                  return nullptr;
+                },
+                nullptr),
+            1);
+  int nowait = 0;
+  ASSERT_EQ(qz_thr_wait(t, nullptr, &nowait), 1);
+  EXPECT_EQ(qz_thr_destroy(t), 1);  // the thread has finished once destroy returns
+  EXPECT_EQ(g_area_dtors.load(), before + 1);
+}
+
+TEST(Thread, KillRunningThreadEndsItWithThatStatus) {
+  Gate never;
+  qz_thr_t *blocked, *sleeping;
+  ASSERT_EQ(qz_thr_create(
+                &blocked,
+                [](void *a) -> void * {
+                  auto *g = static_cast<Gate *>(a);
+                  T_GetDataAreaPtr(counted_area);
+                  qz_mtx_lock(g->m);
+                  while (!g->open) qz_cond_wait(g->c, g->m);  // releases the mutex while waiting
+                  return ptr(1);
+                },
+                &never),
+            1);
+  ASSERT_EQ(qz_thr_create(
+                &sleeping,
+                [](void *) -> void * {
+                  std::this_thread::sleep_for(std::chrono::seconds(60));
+                  return ptr(1);
+                },
+                nullptr),
+            1);
+  std::this_thread::sleep_for(milliseconds(100));
+  const int before = g_area_dtors.load();
+  const auto t0 = Clock::now();
+  EXPECT_EQ(qz_thr_kill(blocked, 17), 1);
+  EXPECT_EQ(qz_thr_kill(sleeping, 18), 1);
+  EXPECT_LE(ms_since(t0), 10000);
+  // The killed thread's per-thread areas are released where the thread can
+  // still run its own way out; Windows ends it on the spot.
+  EXPECT_EQ(g_area_dtors.load(), before + (lltest::kWindows ? 0 : 1));
+  uint32_t st = 0;
+  int nowait = 1;
+  EXPECT_EQ(qz_thr_wait(blocked, &st, &nowait), 1);
+  EXPECT_EQ(nowait, 1);
+  EXPECT_EQ(st, 17u);
+  EXPECT_EQ(qz_thr_wait(sleeping, &st, &nowait), 1);
+  EXPECT_EQ(st, 18u);
+  EXPECT_EQ(qz_thr_destroy(blocked), 1);
+  EXPECT_EQ(qz_thr_destroy(sleeping), 1);
+  // The killed waiter left the mutex free.
+  LockProbe probe(never.m);
+  EXPECT_TRUE(probe.got_within(10000));
+}
+
+TEST(Thread, KillWhileHoldingAMutexAbandonsIt) {
+  Gate g;
+  qz_mtx_t *held;
+  ASSERT_EQ(qz_mtx_create(&held), 1);
+  struct Arg {
+    Gate *g;
+    qz_mtx_t *held;
+  } arg{&g, held};
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *a) -> void * {
+                  auto *x = static_cast<Arg *>(a);
+                  qz_mtx_lock(x->held);
+                  x->g->set_open();
+                  std::this_thread::sleep_for(std::chrono::seconds(60));
+                  return nullptr;
+                },
+                &arg),
+            1);
+  g.wait_open();
+  EXPECT_EQ(qz_thr_kill(t, 5), 1);
+  {
+    LockProbe probe(held);
+    EXPECT_TRUE(probe.got_within(10000));
+  }
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+  EXPECT_EQ(qz_mtx_destroy(held), 1);
+}
+
+TEST(Thread, KillOfEndedThreadKeepsTheFirstStatus) {
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(&t, [](void *) -> void * { return ptr(11); }, nullptr), 1);
+  int nowait = 0;
+  uint32_t st = 0;
+  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(qz_thr_kill(t, 99), 1);
+  EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(st, 11u);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+
+  // A thread that ended through qz_thr_exit has stored nothing: kill's status
+  // is the first one, and kill lets destroy go on.
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *) -> void * {
+                  qz_thr_exit(8);
+                  return nullptr;
+                },
+                nullptr),
+            1);
+  std::this_thread::sleep_for(milliseconds(100));
+  EXPECT_EQ(qz_thr_kill(t, 9), 1);
+  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  EXPECT_EQ(st, 9u);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+}
+
+TEST(Thread, DestroyBlocksUntilTheThreadHasFinished) {
+  std::atomic<bool> done{false};
+  qz_thr_t *t;
+  ASSERT_EQ(qz_thr_create(
+                &t,
+                [](void *a) -> void * {
+                  std::this_thread::sleep_for(milliseconds(300));
+                  *static_cast<std::atomic<bool> *>(a) = true;
+                  return nullptr;
+                },
+                &done),
+            1);
+  const auto t0 = Clock::now();
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+  EXPECT_TRUE(done.load());
+  EXPECT_GE(ms_since(t0), 250);
+}
+
+}  // namespace

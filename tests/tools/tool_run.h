@@ -1,0 +1,36 @@
+// Runs the built llocal (found next to the test binary) as a process.
+#pragma once
+#include <string>
+#include <vector>
+
+namespace tooltest {
+
+struct Result {
+  int exit_code = -1;
+  std::string out;      // standard output, CR removed
+  std::string err;      // standard error, CR removed
+  std::string out_raw;  // standard output as written
+};
+
+// Runs "llocal args..." with standard input read from the file 'input' (the
+// null device when empty), in the directory 'cwd' (this process's when
+// empty).
+Result run(const std::vector<std::string> &args, const std::string &input = "", const std::string &cwd = "");
+
+// Path of the tool.
+std::string tool_path();
+
+// Whole-file helpers (binary).
+std::string read_file(const std::string &path);
+void write_file(const std::string &path, const std::string &data);
+bool file_exists(const std::string &path);
+// The names in a folder.
+std::vector<std::string> list_dir(const std::string &dir);
+
+// Deterministic pseudo-random bytes.
+std::string lcg_bytes(size_t n, unsigned seed);
+
+// The committed fixtures.
+std::string data_file(const std::string &name);
+
+}  // namespace tooltest
