@@ -1,10 +1,12 @@
 // dcmprss against "gzip -dc" on the same compress-tool stream (12-bit codes)
 // of the mixed codec corpus. gzip runs as a whole process writing to
-// /dev/null (best of 5); dcmprss decodes the stream, header removed, into
+// /dev/null (best of 5, CPU time of the process); dcmprss decodes the stream, header removed, into
 // memory. Prints the throughput ratio (goal >= 1.5x).
 #include <benchmark/benchmark.h>
 
-#include <chrono>
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -41,11 +43,17 @@ Data &data() {
       std::exit(1);
     }
     d.gzip_seconds = 1e9;
+    // CPU time of the gzip process (user + system): on a shared machine
+    // wall time measures the neighbours more than the decoder.
+    auto child_cpu = [] {
+      rusage u;
+      getrusage(RUSAGE_CHILDREN, &u);
+      return (double)u.ru_utime.tv_sec + (double)u.ru_stime.tv_sec + 1e-6 * (double)(u.ru_utime.tv_usec + u.ru_stime.tv_usec);
+    };
     for (int i = 0; i < 5; ++i) {
-      const auto t0 = std::chrono::steady_clock::now();
-      if (std::system(("gzip -dc < " + packed + " > /dev/null").c_str()) != 0) std::exit(1);
-      const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-      d.gzip_seconds = std::min(d.gzip_seconds, s);
+      const double t0 = child_cpu();
+      if (std::system(("exec gzip -dc < " + packed + " > /dev/null").c_str()) != 0) std::exit(1);
+      d.gzip_seconds = std::min(d.gzip_seconds, child_cpu() - t0);
     }
     std::remove(raw.c_str());
     std::remove(packed.c_str());
@@ -70,7 +78,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {
     ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) g_ours = r.GetAdjustedRealTime() / 1e3;  // ms -> s
+    for (const auto &r : runs) g_ours = r.GetAdjustedCPUTime() / 1e3;  // ms -> s
   }
   void Finalize() override {
     ConsoleReporter::Finalize();

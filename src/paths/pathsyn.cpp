@@ -41,6 +41,51 @@ inline void upper_range(char *from, char *to) {
     if (*p >= 'a' && *p <= 'z') *p = static_cast<char>(*p - 32);
 }
 
+constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull, kLow7 = 0x7F7F7F7F7F7F7F7Full;
+
+// High bit of every byte of x equal to c (exact, no false positives).
+inline uint64_t bytes_equal(uint64_t x, unsigned char c) {
+  const uint64_t v = x ^ (kOnes * c);
+  return ~(((v & kLow7) + kLow7) | v | kLow7);
+}
+
+// The common case of canon_dirsep: no separator run, no component starting
+// with a dot, trailing separators aside. Such a path only needs its slashes
+// turned, its drive part raised and its trailing separators cut, which goes
+// eight bytes at a time. Returns false for any other path (buf may then hold
+// part of the copy, which reads the same as the name).
+bool simple_canon(const char *name, size_t len, char *buf, char sep) {
+  const bool bs = sep == kBackslash;
+  auto is_sep = [bs, sep](char c) { return c == sep || (bs && c == '/'); };
+  while (len && is_sep(name[len - 1])) --len;
+  if (len == 0 || (len > 1 && name[1] == '.')) return false;
+  uint64_t carry = 0;  // the last byte of the previous word was a separator
+  size_t i = 0;
+  for (; i + 8 <= len; i += 8) {
+    uint64_t x;
+    std::memcpy(&x, name + i, 8);
+    const uint64_t slash = bytes_equal(x, '/');
+    const uint64_t seps = bs ? (slash | bytes_equal(x, '\\')) : slash;
+    const uint64_t next = seps | bytes_equal(x, '.');
+    // a separator followed by a separator or a dot (little-endian: the next byte is the higher one)
+    if (((seps << 8) | carry) & next) return false;
+    carry = (seps >> 56) & 0x80;
+    if (bs) x ^= (slash >> 7) * static_cast<unsigned char>('/' ^ '\\');
+    std::memcpy(buf + i, &x, 8);
+  }
+  for (; i < len; ++i) {
+    char c = name[i];
+    if (carry && (is_sep(c) || c == '.')) return false;
+    carry = is_sep(c);
+    buf[i] = carry ? sep : c;
+  }
+  buf[len] = 0;
+  if (bs) {
+    if (const char *colon = static_cast<const char *>(std::memchr(buf, ':', len))) upper_range(buf, const_cast<char *>(colon));
+  }
+  return true;
+}
+
 // The part of a backslash path that folding works on; null when the path is
 // a UNC name that is not folded at all. Upper-cases the drive or host part.
 char *prepare_backslash(char *buf) {
@@ -179,6 +224,7 @@ LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
   }
   size_t len = std::strlen(name);
   if (bs && len && name[len - 1] == '"') --len;  // the stray closing quote
+  if (simple_canon(name, len, buf, sep)) return;
   const char *r = name;
   const char *const end = name + len;
   const char *colon = nullptr;
@@ -208,7 +254,6 @@ LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
     *w++ = c;
   }
   char *pair = region;  // start of the current (leading character, component) pair
-  constexpr uint64_t kOnes = 0x0101010101010101ull, kHigh = 0x8080808080808080ull;
   const uint64_t sep_word = kOnes * static_cast<unsigned char>(sep);
   const uint64_t slash_word = kOnes * static_cast<unsigned char>('/');
   for (;;) {
@@ -563,4 +608,11 @@ LL_API char *qzmo_getcwd(char *buf, int size) noexcept {
   return utf8_getcwd(buf, size);
 }
 
+}  // extern "C"
+
+extern "C" {
+// Test seam: the step-by-step canonical form the fast path must agree with.
+LL_API void llt_canon_reference(const char *name, char *buf, int sep) noexcept {
+  ll::paths::canon_reference(name, buf, sep);
+}
 }  // extern "C"

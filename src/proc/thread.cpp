@@ -244,8 +244,9 @@ void start_routine(void *p) noexcept {
   void *result = fn ? os::run_body(fn, arg) : nullptr;
 
   // From the moment the lock is held the thread only finishes; the status,
-  // the finish step and the release happen under one hold, so that nobody
-  // can free the record between them.
+  // the release and the finish step happen under one hold, so that nobody
+  // can free the record between them. The per-thread areas go before
+  // 'running' drops, so that a wait or destroy that returns finds them gone.
   mtx_lock(r->lock);
   os::thread_finishing();
   r->exiting = 1;
@@ -253,9 +254,11 @@ void start_routine(void *p) noexcept {
     r->status = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(result));
     r->status_set = 1;
   }
-  uint32_t *id = finish_locked(r, true);
-  mtx_unlock(r->lock);
+  uint32_t *id = r->identity;
+  r->identity = nullptr;
   release_identity(id);
+  finish_locked(r, false);
+  mtx_unlock(r->lock);
 }
 
 void destroy_parts(qz_thr *r) noexcept {

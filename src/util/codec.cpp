@@ -50,15 +50,19 @@ inline void copy16(u8 *d, const u8 *s) {
   std::memcpy(d + 8, &b, 8);
 }
 
+// Slots hold addresses as integers: stores into the table then cannot alias
+// the coder's own pointers, which stay in registers.
 struct Table {
-  const u8 *slot[kSlots];
+  uintptr_t slot[kSlots];
   u32 cycle = 0;
 
   Table() {
-    for (auto &s : slot) s = kStart;
+    for (auto &s : slot) s = (uintptr_t)kStart;
   }
+  const u8 *at(u32 i) const { return (const u8 *)slot[i]; }
+  void set(u32 i, const u8 *pos) { slot[i] = (uintptr_t)pos; }
   void insert(u32 set, const u8 *pos) {
-    slot[set * 8 + cycle] = pos;
+    slot[set * 8 + cycle] = (uintptr_t)pos;
     cycle = (cycle + 1) & 7;
   }
 };
@@ -95,11 +99,11 @@ struct Encoder {
   // One item at p (at least 18 source bytes remain).
   inline void item() {
     const u32 set = hash_set(p);
-    const u8 *const *s = &t.slot[set * 8];
+    const uintptr_t *s = &t.slot[set * 8];
     const u64 p0 = load64(p), p1 = load64(p + 8);
     u32 best = 0, bslot = 0;
     for (u32 i = 0; i < 8; ++i) {
-      const u8 *q = s[i];
+      const u8 *q = (const u8 *)s[i];
       if (q[best] != p[best]) continue;  // cannot be strictly longer
       const u32 n = match_len(p, q, p0, p1);
       if (n > best) {
@@ -200,8 +204,23 @@ struct Decoder {
       if (pending == 2) t.insert(hash_set(start - 1), start - 1);
       pending = 0;
     }
-    t.slot[(index & ~7u) + t.cycle] = start;
+    t.set((index & ~7u) + t.cycle, start);
     t.cycle = (t.cycle + 1) & 7;
+  }
+
+  // A run of k literals (k <= 16) moved at once, then inserted in order; no
+  // lookup happens between literals, so the table ends up the same. Needs 16
+  // bytes of room at op; ip may be read 16 bytes far when that is in input.
+  inline void literals(u32 k, const u8 *iend) {
+    if (iend - ip >= 16)
+      copy16(op, ip);
+    else
+      std::memcpy(op, ip, k);
+    ip += k;
+    // The literal at op + j completes a triple to insert once three are pending.
+    for (u32 j = pending >= 2 ? 0 : 2 - pending; j < k; ++j) t.insert(hash_set(op + j - 2), op + j - 2);
+    pending = pending + k > 2 ? 2 : pending + k;
+    op += k;
   }
 
   // Copy item; Wide: at least 32 bytes of room after op beyond the item, so
@@ -211,14 +230,15 @@ struct Decoder {
     ip += 2;
     const u32 index = ((b0 >> 4) << 8) | b1;
     const u32 len = (b0 & 15) + 3;
-    const u8 *s = t.slot[index];
+    const u8 *s = t.at(index);
     u8 *d = op;
     // s is either an earlier output position or the start string; only in
     // the first case can the two ranges overlap (then s < d).
     const uintptr_t dist = (uintptr_t)d - (uintptr_t)s;
     if (Wide && (dist >= 16 || dist >= len)) {
+      // Always 32 bytes: what lands past the item is rewritten later.
       copy16(d, s);
-      if (len > 16) copy16(d + 16, s + 16);
+      copy16(d + 16, s + 16);
     } else {
       for (u32 i = 0; i < len; ++i) d[i] = s[i];  // forward: overlap repeats bytes
     }
@@ -252,11 +272,17 @@ int decode(const u8 *src, u32 src_len, u8 *dst, u32 dst_len) {
     if (bursts && dc.ip <= fast_end) {
       if (checked) {
         if ((size_t)(dst_end - dc.op) >= kBurstOut + 32) {
-          for (u32 i = 0; i < kBurst; ++i, ctrl >>= 1) {
-            if (ctrl & 1)
-              dc.copy<true>();
-            else
-              dc.literal();
+          // The sentinel bit 16 - i ends the count of literals at the burst end.
+          for (u32 i = 0; i < kBurst;) {
+            const u32 k = (u32)std::countr_zero(ctrl);
+            if (k) {
+              dc.literals(k, iend);
+              ctrl >>= k;
+              if ((i += k) == kBurst) break;
+            }
+            dc.copy<true>();
+            ctrl >>= 1;
+            ++i;
           }
         } else {
           for (u32 i = 0; i < kBurst; ++i, ctrl >>= 1) {

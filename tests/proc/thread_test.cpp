@@ -21,22 +21,28 @@ using std::chrono::milliseconds;
 long long ms_since(Clock::time_point t0) {
   return std::chrono::duration_cast<milliseconds>(Clock::now() - t0).count();
 }
-
 void *ptr(uintptr_t v) { return reinterpret_cast<void *>(v); }
+void nap(int ms) { std::this_thread::sleep_for(milliseconds(ms)); }
+
+qz_thr_t *start(qz_thr_func fn, void *arg = nullptr) {
+  qz_thr_t *t = nullptr;
+  EXPECT_EQ(qz_thr_create(&t, fn, arg), 1);
+  return t;
+}
+uint32_t wait_status(qz_thr_t *t) {
+  uint32_t st = 0xFFFFFFFFu;
+  int nowait = 0;
+  EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  return st;
+}
 
 // A second thread that tries to lock the mutex; tells whether it got it.
 class LockProbe {
  public:
-  explicit LockProbe(qz_mtx_t *m)
-      : t_([this, m] {
-          qz_mtx_lock(m);
-          got_ = true;
-          qz_mtx_unlock(m);
-        }) {}
+  explicit LockProbe(qz_mtx_t *m) : t_([this, m] { got_ = qz_mtx_lock(m) == 1 && qz_mtx_unlock(m) == 1; }) {}
   ~LockProbe() { t_.join(); }
   bool got_within(int ms) {
-    const auto t0 = Clock::now();
-    while (!got_ && ms_since(t0) < ms) std::this_thread::sleep_for(milliseconds(5));
+    for (const auto t0 = Clock::now(); !got_ && ms_since(t0) < ms;) nap(5);
     return got_;
   }
 
@@ -57,14 +63,8 @@ struct Gate {  // a flag and a condition to wait for it
   qz_mtx_t *m = nullptr;
   qz_cond_t *c = nullptr;
   int open = 0;
-  Gate() {
-    EXPECT_EQ(qz_mtx_create(&m), 1);
-    EXPECT_EQ(qz_cond_create(&c), 1);
-  }
-  ~Gate() {
-    EXPECT_EQ(qz_cond_destroy(c), 1);
-    EXPECT_EQ(qz_mtx_destroy(m), 1);
-  }
+  Gate() { EXPECT_TRUE(qz_mtx_create(&m) && qz_cond_create(&c)); }
+  ~Gate() { EXPECT_TRUE(qz_cond_destroy(c) && qz_mtx_destroy(m)); }
   void wait_open() {
     qz_mtx_lock(m);
     while (!open) qz_cond_wait(c, m);
@@ -78,25 +78,57 @@ struct Gate {  // a flag and a condition to wait for it
   }
 };
 
-// ------------------------------------------------------------------ mutexes
-
-TEST(Mutex, BadArgumentsAnswerZero) {
-  EXPECT_EQ(qz_mtx_create(nullptr), 0);
-  EXPECT_EQ(qz_mtx_lock(nullptr), 0);
-  EXPECT_EQ(qz_mtx_unlock(nullptr), 0);
-  EXPECT_EQ(qz_mtx_destroy(nullptr), 0);
-  qz_mtx_t *m = nullptr;
-  ASSERT_EQ(qz_mtx_create(&m), 1);
-  ASSERT_NE(m, nullptr);
-  EXPECT_EQ(qz_mtx_destroy(m), 1);
-  EXPECT_EQ(qz_mtx_destroy(m), 0);  // a second destroy is recognised
+void *lock_arg(void *m) { return ptr(qz_mtx_lock(static_cast<qz_mtx_t *>(m))); }
+void *lock_arg_and_exit(void *m) {
+  qz_mtx_lock(static_cast<qz_mtx_t *>(m));
+  qz_thr_exit(3);
+  return nullptr;
 }
+void *wait_gate(void *g) {
+  static_cast<Gate *>(g)->wait_open();
+  return ptr(7);
+}
+void *use_area_and_return(void *) {
+  T_GetDataAreaPtr(counted_area);
+  return ptr(11);
+}
+void *use_area_and_exit(void *) {
+  T_GetDataAreaPtr(counted_area);
+  qz_thr_exit(42);
+  return ptr(1);  // not reached
+}
+
+TEST(ThreadApi, BadInputAnswersZero) {
+  qz_mtx_t *m;
+  qz_cond_t *c;
+  ASSERT_TRUE(qz_mtx_create(&m) && qz_cond_create(&c));
+  int nowait = 0;
+  uint32_t st;
+  EXPECT_EQ(qz_mtx_create(nullptr) + qz_mtx_lock(nullptr) + qz_mtx_unlock(nullptr) + qz_mtx_destroy(nullptr), 0);
+  EXPECT_EQ(qz_cond_create(nullptr) + qz_cond_signal(nullptr) + qz_cond_destroy(nullptr), 0);
+  EXPECT_EQ(qz_cond_wait(nullptr, m) + qz_cond_wait(c, nullptr) + qz_cond_timedwait(nullptr, m, nullptr), 0);
+  EXPECT_EQ(qz_thr_create(nullptr, nullptr, nullptr) + qz_thr_kill(nullptr, 1) + qz_thr_destroy(nullptr), 0);
+  EXPECT_EQ(qz_thr_wait(nullptr, &st, &nowait), 0);
+  // Destroy recognises records that are gone, and records of another kind.
+  EXPECT_EQ(qz_cond_destroy(reinterpret_cast<qz_cond_t *>(m)), 0);
+  EXPECT_EQ(qz_thr_destroy(reinterpret_cast<qz_thr_t *>(c)), 0);
+  EXPECT_EQ(qz_cond_destroy(c), 1);
+  EXPECT_EQ(qz_cond_destroy(c), 0);
+  EXPECT_EQ(qz_mtx_destroy(m), 1);
+  EXPECT_EQ(qz_mtx_destroy(m), 0);
+  qz_thr_t *t = start(nullptr);  // no function: status 0
+  EXPECT_EQ(qz_thr_wait(t, &st, nullptr), 0);
+  EXPECT_EQ(wait_status(t), 0u);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
+  EXPECT_EQ(qz_thr_destroy(t), 0);
+}
+
+// ------------------------------------------------------------------ mutexes
 
 TEST(Mutex, RecursiveAndExcludesOthersUntilFullyUnlocked) {
   qz_mtx_t *m;
   ASSERT_EQ(qz_mtx_create(&m), 1);
-  ASSERT_EQ(qz_mtx_lock(m), 1);
-  ASSERT_EQ(qz_mtx_lock(m), 1);
+  ASSERT_TRUE(qz_mtx_lock(m) && qz_mtx_lock(m));
   {
     LockProbe probe(m);
     EXPECT_FALSE(probe.got_within(100));
@@ -128,76 +160,35 @@ TEST(Mutex, UnlockByNonOwnerAnswersOneAndLeavesItHeld) {
 TEST(Mutex, AbandonedByEndedThreadIsAcquired) {
   qz_mtx_t *m;
   ASSERT_EQ(qz_mtx_create(&m), 1);
-  // Ends by returning, by qz_thr_exit, and by a foreign thread's end.
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(
-                &t, [](void *a) -> void * { return ptr(qz_mtx_lock(static_cast<qz_mtx_t *>(a))); }, m),
-            1);
-  int nowait = 0;
-  uint32_t st = 0;
-  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
-  EXPECT_EQ(st, 1u);
+  qz_thr_t *t = start(lock_arg, m);  // ends by returning
+  EXPECT_EQ(wait_status(t), 1u);
   EXPECT_EQ(qz_thr_destroy(t), 1);
-  std::thread([m] { qz_mtx_lock(m); qz_mtx_lock(m); }).join();
-  {
-    LockProbe probe(m);
-    EXPECT_TRUE(probe.got_within(10000));
-  }
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *a) -> void * {
-                  qz_mtx_lock(static_cast<qz_mtx_t *>(a));
-                  qz_thr_exit(3);
-                  return nullptr;
-                },
-                m),
-            1);
-  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
-  EXPECT_EQ(st, 3u);
+  std::thread([m] {  // a thread the library did not start
+    qz_mtx_lock(m);
+    qz_mtx_lock(m);
+  }).join();
+  EXPECT_TRUE(LockProbe(m).got_within(10000));
+  t = start(lock_arg_and_exit, m);
+  EXPECT_EQ(wait_status(t), 3u);
   EXPECT_EQ(qz_thr_destroy(t), 1);
-  EXPECT_EQ(qz_mtx_lock(m), 1);
-  EXPECT_EQ(qz_mtx_unlock(m), 1);
+  EXPECT_TRUE(qz_mtx_lock(m) && qz_mtx_unlock(m));
   EXPECT_EQ(qz_mtx_destroy(m), 1);
 }
 
 TEST(Mutex, OperationsLeaveErrnoAlone) {
   errno = 4321;
-  qz_mtx_t *m;
-  qz_cond_t *c;
-  qz_thr_t *t;
-  ASSERT_EQ(qz_mtx_create(&m), 1);
-  ASSERT_EQ(qz_cond_create(&c), 1);
-  qz_mtx_lock(m);
-  qz_timespec_t iv{0, 20000000};
-  qz_cond_timedwait(c, m, &iv);
-  qz_mtx_unlock(m);
-  ASSERT_EQ(qz_thr_create(&t, nullptr, nullptr), 1);
-  int nowait = 0;
-  qz_thr_wait(t, nullptr, &nowait);
+  Gate g;
+  qz_mtx_lock(g.m);
+  const qz_timespec_t iv{0, 20000000};
+  qz_cond_timedwait(g.c, g.m, &iv);
+  qz_mtx_unlock(g.m);
+  qz_thr_t *t = start(nullptr);
+  wait_status(t);
   qz_thr_destroy(t);
-  qz_cond_destroy(c);
-  qz_mtx_destroy(m);
   EXPECT_EQ(errno, 4321);
 }
 
 // ------------------------------------------------------- condition variables
-
-TEST(Cond, BadArgumentsAnswerZero) {
-  qz_mtx_t *m;
-  qz_cond_t *c;
-  ASSERT_EQ(qz_mtx_create(&m), 1);
-  ASSERT_EQ(qz_cond_create(&c), 1);
-  EXPECT_EQ(qz_cond_create(nullptr), 0);
-  EXPECT_EQ(qz_cond_signal(nullptr), 0);
-  EXPECT_EQ(qz_cond_wait(nullptr, m), 0);
-  EXPECT_EQ(qz_cond_wait(c, nullptr), 0);
-  EXPECT_EQ(qz_cond_timedwait(nullptr, m, nullptr), 0);
-  EXPECT_EQ(qz_cond_destroy(nullptr), 0);
-  EXPECT_EQ(qz_cond_destroy(reinterpret_cast<qz_cond_t *>(m)), 0);  // not a condition
-  EXPECT_EQ(qz_cond_destroy(c), 1);
-  EXPECT_EQ(qz_cond_destroy(c), 0);
-  EXPECT_EQ(qz_mtx_destroy(m), 1);
-}
 
 TEST(Cond, ZeroIntervalReturnsAtOnceHoldingTheMutex) {
   Gate g;
@@ -231,8 +222,7 @@ TEST(Cond, IntervalIsRelativeAndTruncatedToMilliseconds) {
 
 TEST(Cond, SignalWithoutWaiterIsLost) {
   Gate g;
-  EXPECT_EQ(qz_cond_signal(g.c), 1);
-  EXPECT_EQ(qz_cond_signal(g.c), 1);
+  EXPECT_TRUE(qz_cond_signal(g.c) && qz_cond_signal(g.c));
   qz_mtx_lock(g.m);
   const qz_timespec_t iv{0, 100000000};
   EXPECT_EQ(qz_cond_timedwait(g.c, g.m, &iv), 0);
@@ -252,8 +242,8 @@ TEST(Cond, TimedWaitWokenBySignalAndHugeIntervalStillWaits) {
     result = r;
     qz_mtx_unlock(g.m);
   });
-  while (!waiting) std::this_thread::sleep_for(milliseconds(1));
-  std::this_thread::sleep_for(milliseconds(100));
+  while (!waiting) nap(1);
+  nap(100);
   EXPECT_EQ(result.load(), -1);  // a huge interval is not taken for "no wait"
   g.set_open();
   waiter.join();
@@ -275,19 +265,16 @@ TEST(Cond, EachSignalWakesExactlyOneWaiter) {
       qz_mtx_unlock(g.m);
     });
   // A waiter counts itself before it lets the mutex go, so once all are
-  // "inside" and the mutex is free, every one of them is a waiter.
-  for (;;) {
+  // inside and the mutex is free, every one of them is a waiter.
+  for (int n = 0; n < kWaiters; nap(2)) {
     qz_mtx_lock(g.m);
-    const int n = inside;
+    n = inside;
     qz_mtx_unlock(g.m);
-    if (n == kWaiters) break;
-    std::this_thread::sleep_for(milliseconds(2));
   }
   for (int i = 1; i <= kWaiters; ++i) {
     EXPECT_EQ(qz_cond_signal(g.c), 1);
-    const auto t0 = Clock::now();
-    while (woken < i && ms_since(t0) < 10000) std::this_thread::sleep_for(milliseconds(1));
-    std::this_thread::sleep_for(milliseconds(100));
+    for (const auto t0 = Clock::now(); woken < i && ms_since(t0) < 10000;) nap(1);
+    nap(100);
     EXPECT_EQ(woken.load(), i);
   }
   for (auto &t : ts) t.join();
@@ -295,56 +282,25 @@ TEST(Cond, EachSignalWakesExactlyOneWaiter) {
 
 // ------------------------------------------------------------------ threads
 
-TEST(Thread, CreateAndWaitDeliverTheFunctionsResult) {
-  EXPECT_EQ(qz_thr_create(nullptr, nullptr, nullptr), 0);
-  qz_thr_t *t = nullptr;
+TEST(Thread, WaitDeliversTheFunctionsResult) {
   uint32_t tid_inside = 0;
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *a) -> void * {
-                  *static_cast<uint32_t *>(a) = qz_thr_getid();
-                  return ptr(0x1234);
-                },
-                &tid_inside),
-            1);
-  int nowait = 0;
-  uint32_t st = 0;
-  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
-  EXPECT_EQ(st, 0x1234u);
-  EXPECT_EQ(nowait, 0);
+  qz_thr_t *t = start(
+      [](void *a) -> void * {
+        *static_cast<uint32_t *>(a) = qz_thr_getid();
+        return ptr(0x1234);
+      },
+      &tid_inside);
+  EXPECT_EQ(wait_status(t), 0x1234u);
   EXPECT_EQ(qz_thr_idsequal(tid_inside, qz_thr_getid()), 0);
   EXPECT_EQ(qz_thr_idsequal(tid_inside, tid_inside), 1);
-  // Waiting again, also without blocking, gives the same status.
-  nowait = 1;
-  st = 0;
+  // Once ended, a wait without blocking keeps the flag set and gives the status.
+  int nowait = 1;
+  uint32_t st = 0;
   EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
   EXPECT_EQ(nowait, 1);
   EXPECT_EQ(st, 0x1234u);
-  EXPECT_EQ(qz_thr_wait(t, nullptr, nullptr), 0);
-  EXPECT_EQ(qz_thr_wait(nullptr, &st, &nowait), 0);
   EXPECT_EQ(qz_thr_destroy(t), 1);
-  EXPECT_EQ(qz_thr_destroy(t), 0);
-  EXPECT_EQ(qz_thr_destroy(nullptr), 0);
-  EXPECT_EQ(qz_thr_kill(nullptr, 1), 0);
   EXPECT_EQ(qz_thr_yield(), 1);
-}
-
-TEST(Thread, CreateReturnsOnlyOnceTheThreadRuns) {
-  std::atomic<int> ran{0};
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *a) -> void * {
-                  ++*static_cast<std::atomic<int> *>(a);
-                  return nullptr;
-                },
-                &ran),
-            1);
-  // 'started' is set before the function runs; the function follows at once.
-  int nowait = 0;
-  ASSERT_EQ(qz_thr_wait(t, nullptr, &nowait), 1);
-  EXPECT_EQ(ran.load(), 1);
-  EXPECT_EQ(qz_thr_destroy(t), 1);
 }
 
 TEST(Thread, FailedCreateRollsBackAndStoresNull) {
@@ -354,188 +310,108 @@ TEST(Thread, FailedCreateRollsBackAndStoresNull) {
     EXPECT_EQ(qz_thr_create(&t, nullptr, nullptr), 0) << "step " << step;
     EXPECT_EQ(t, nullptr) << "step " << step;
   }
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(&t, nullptr, nullptr), 1);  // the seam is spent
-  int nowait = 0;
-  EXPECT_EQ(qz_thr_wait(t, nullptr, &nowait), 1);
+  qz_thr_t *t = start(nullptr);  // the seam is spent
+  wait_status(t);
   EXPECT_EQ(qz_thr_destroy(t), 1);
 }
 
 TEST(Thread, NoWaitOnRunningThreadClearsFlagWithoutStatus) {
   Gate g;
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *a) -> void * {
-                  static_cast<Gate *>(a)->wait_open();
-                  return ptr(7);
-                },
-                &g),
-            1);
+  qz_thr_t *t = start(wait_gate, &g);
   int nowait = 1;
   uint32_t st = 99;
   EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
   EXPECT_EQ(nowait, 0);
   EXPECT_EQ(st, 99u);
   g.set_open();
-  nowait = 0;
-  EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
-  EXPECT_EQ(st, 7u);
-  EXPECT_EQ(qz_thr_destroy(t), 1);
-}
-
-TEST(Thread, ExitReportsItsStatusAndNeedsWaitBeforeDestroy) {
-  const int before = g_area_dtors.load();
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *) -> void * {
-                  T_GetDataAreaPtr(counted_area);
-                  qz_thr_exit(42);
-                  return ptr(1);  // not reached
-                },
-                nullptr),
-            1);
-  int nowait = 0;
-  uint32_t st = 0;
-  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
-  EXPECT_EQ(st, 42u);
-  EXPECT_EQ(g_area_dtors.load(), before + 1);
+  EXPECT_EQ(wait_status(t), 7u);
   EXPECT_EQ(qz_thr_destroy(t), 1);
 }
 
 TEST(Thread, PerThreadAreasGoWhenTheThreadEnds) {
   const int before = g_area_dtors.load();
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *) -> void * {
-                  T_GetDataAreaPtr(counted_area);
-                  return nullptr;
-                },
-                nullptr),
-            1);
-  int nowait = 0;
-  ASSERT_EQ(qz_thr_wait(t, nullptr, &nowait), 1);
+  qz_thr_t *t = start(use_area_and_return);
   EXPECT_EQ(qz_thr_destroy(t), 1);  // the thread has finished once destroy returns
   EXPECT_EQ(g_area_dtors.load(), before + 1);
+  // Ended through qz_thr_exit: its status comes from the wait.
+  t = start(use_area_and_exit);
+  EXPECT_EQ(wait_status(t), 42u);
+  EXPECT_EQ(g_area_dtors.load(), before + 2);
+  EXPECT_EQ(qz_thr_destroy(t), 1);
 }
 
 TEST(Thread, KillRunningThreadEndsItWithThatStatus) {
   Gate never;
-  qz_thr_t *blocked, *sleeping;
-  ASSERT_EQ(qz_thr_create(
-                &blocked,
-                [](void *a) -> void * {
-                  auto *g = static_cast<Gate *>(a);
-                  T_GetDataAreaPtr(counted_area);
-                  qz_mtx_lock(g->m);
-                  while (!g->open) qz_cond_wait(g->c, g->m);  // releases the mutex while waiting
-                  return ptr(1);
-                },
-                &never),
-            1);
-  ASSERT_EQ(qz_thr_create(
-                &sleeping,
-                [](void *) -> void * {
-                  std::this_thread::sleep_for(std::chrono::seconds(60));
-                  return ptr(1);
-                },
-                nullptr),
-            1);
-  std::this_thread::sleep_for(milliseconds(100));
+  struct Holding {
+    Gate g;
+    qz_mtx_t *m = nullptr;
+  } holding;
+  ASSERT_EQ(qz_mtx_create(&holding.m), 1);
+  qz_thr_t *blocked = start(
+      [](void *a) -> void * {
+        auto *g = static_cast<Gate *>(a);
+        T_GetDataAreaPtr(counted_area);
+        qz_mtx_lock(g->m);
+        while (!g->open) qz_cond_wait(g->c, g->m);  // lets the mutex go while waiting
+        return ptr(1);
+      },
+      &never);
+  qz_thr_t *sleeping = start(
+      [](void *a) -> void * {
+        auto *h = static_cast<Holding *>(a);
+        qz_mtx_lock(h->m);
+        h->g.set_open();
+        nap(60000);
+        return ptr(1);
+      },
+      &holding);
+  holding.g.wait_open();
+  nap(100);
   const int before = g_area_dtors.load();
   const auto t0 = Clock::now();
   EXPECT_EQ(qz_thr_kill(blocked, 17), 1);
   EXPECT_EQ(qz_thr_kill(sleeping, 18), 1);
   EXPECT_LE(ms_since(t0), 10000);
-  // The killed thread's per-thread areas are released where the thread can
-  // still run its own way out; Windows ends it on the spot.
+  // The killed thread's areas go where the thread can still run its own way
+  // out; Windows ends it on the spot.
   EXPECT_EQ(g_area_dtors.load(), before + (lltest::kWindows ? 0 : 1));
   uint32_t st = 0;
   int nowait = 1;
   EXPECT_EQ(qz_thr_wait(blocked, &st, &nowait), 1);
   EXPECT_EQ(nowait, 1);
   EXPECT_EQ(st, 17u);
-  EXPECT_EQ(qz_thr_wait(sleeping, &st, &nowait), 1);
-  EXPECT_EQ(st, 18u);
-  EXPECT_EQ(qz_thr_destroy(blocked), 1);
-  EXPECT_EQ(qz_thr_destroy(sleeping), 1);
-  // The killed waiter left the mutex free.
-  LockProbe probe(never.m);
-  EXPECT_TRUE(probe.got_within(10000));
-}
-
-TEST(Thread, KillWhileHoldingAMutexAbandonsIt) {
-  Gate g;
-  qz_mtx_t *held;
-  ASSERT_EQ(qz_mtx_create(&held), 1);
-  struct Arg {
-    Gate *g;
-    qz_mtx_t *held;
-  } arg{&g, held};
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *a) -> void * {
-                  auto *x = static_cast<Arg *>(a);
-                  qz_mtx_lock(x->held);
-                  x->g->set_open();
-                  std::this_thread::sleep_for(std::chrono::seconds(60));
-                  return nullptr;
-                },
-                &arg),
-            1);
-  g.wait_open();
-  EXPECT_EQ(qz_thr_kill(t, 5), 1);
-  {
-    LockProbe probe(held);
-    EXPECT_TRUE(probe.got_within(10000));
-  }
-  EXPECT_EQ(qz_thr_destroy(t), 1);
-  EXPECT_EQ(qz_mtx_destroy(held), 1);
+  EXPECT_EQ(wait_status(sleeping), 18u);
+  EXPECT_TRUE(qz_thr_destroy(blocked) && qz_thr_destroy(sleeping));
+  // The killed waiter had let its mutex go; the sleeper abandoned its own.
+  EXPECT_TRUE(LockProbe(never.m).got_within(10000));
+  EXPECT_TRUE(LockProbe(holding.m).got_within(10000));
+  EXPECT_EQ(qz_mtx_destroy(holding.m), 1);
 }
 
 TEST(Thread, KillOfEndedThreadKeepsTheFirstStatus) {
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(&t, [](void *) -> void * { return ptr(11); }, nullptr), 1);
-  int nowait = 0;
-  uint32_t st = 0;
-  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
+  qz_thr_t *t = start(use_area_and_return);
+  EXPECT_EQ(wait_status(t), 11u);
   EXPECT_EQ(qz_thr_kill(t, 99), 1);
-  EXPECT_EQ(qz_thr_wait(t, &st, &nowait), 1);
-  EXPECT_EQ(st, 11u);
+  EXPECT_EQ(wait_status(t), 11u);
   EXPECT_EQ(qz_thr_destroy(t), 1);
-
-  // A thread that ended through qz_thr_exit has stored nothing: kill's status
-  // is the first one, and kill lets destroy go on.
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *) -> void * {
-                  qz_thr_exit(8);
-                  return nullptr;
-                },
-                nullptr),
-            1);
-  std::this_thread::sleep_for(milliseconds(100));
+  // A thread ended through qz_thr_exit has stored nothing: kill's status is
+  // the first, and kill lets destroy go on.
+  t = start(use_area_and_exit);
+  nap(100);
   EXPECT_EQ(qz_thr_kill(t, 9), 1);
-  ASSERT_EQ(qz_thr_wait(t, &st, &nowait), 1);
-  EXPECT_EQ(st, 9u);
+  EXPECT_EQ(wait_status(t), 9u);
   EXPECT_EQ(qz_thr_destroy(t), 1);
 }
 
 TEST(Thread, DestroyBlocksUntilTheThreadHasFinished) {
   std::atomic<bool> done{false};
-  qz_thr_t *t;
-  ASSERT_EQ(qz_thr_create(
-                &t,
-                [](void *a) -> void * {
-                  std::this_thread::sleep_for(milliseconds(300));
-                  *static_cast<std::atomic<bool> *>(a) = true;
-                  return nullptr;
-                },
-                &done),
-            1);
+  qz_thr_t *t = start(
+      [](void *a) -> void * {
+        nap(300);
+        *static_cast<std::atomic<bool> *>(a) = true;
+        return nullptr;
+      },
+      &done);
   const auto t0 = Clock::now();
   EXPECT_EQ(qz_thr_destroy(t), 1);
   EXPECT_TRUE(done.load());
