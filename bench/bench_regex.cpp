@@ -96,7 +96,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run> &runs) override {
     ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) times_.push_back({r.benchmark_name(), r.GetAdjustedRealTime()});
+    for (const auto &r : runs) times_.push_back({r.benchmark_name(), r.GetAdjustedCPUTime()});
   }
   void Finalize() override {
     ConsoleReporter::Finalize();

@@ -69,20 +69,24 @@ FileResult file_option(qz_optstate *st, const char *optstring, int &letter) noex
   st->opt = c;
   const char *spec = c == ':' ? nullptr : std::strchr(optstring, c);
   if (!spec) {
+    st->arg = nullptr;
     if (st->err) message_sc(qzcatgets(Catd, 17, 23, "%s: illegal option -- %c\n"), st->fscan, c);
     letter = '?';
     return FileResult::kLetter;
   }
   if (spec[1] == ':') {
-    if (*st->fscan) {
-      st->arg = const_cast<char *>(st->fscan);
-      st->fscan = "";
+    const bool attached = *st->fscan;
+    // The word is used up either way; reading on may replace the line.
+    char *rest = const_cast<char *>(st->fscan);
+    st->fscan = "";
+    if (attached) {
+      st->arg = rest;
     } else if (char *w = st->file.word()) {
       st->arg = w;
     } else {
       st->arg = nullptr;
       if (st->err)
-        message_sc(qzcatgets(Catd, 17, 24, "%s: option requires an argument -- %c\n"), st->fscan, c);
+        message_sc(qzcatgets(Catd, 17, 24, "%s: option requires an argument -- %c\n"), "", c);
       return FileResult::kExhausted;
     }
   } else {
@@ -192,6 +196,7 @@ LL_API int ll_getopt(int argc, char *const argv[], const char *optstring) noexce
   st->opt = c;
   const char *spec = c == ':' ? nullptr : std::strchr(optstring, c);
   if (!spec) {
+    st->arg = nullptr;
     if (!*st->scan) ++st->ind;
     if (st->err) ll::opt::message_prog(ll::opt::prog(argv), qzcatgets(Catd, 17, 25, ": illegal option -- "), c);
     return '?';

@@ -55,7 +55,7 @@ struct State {
   std::string appdir_override;
   bool has_appdir_override = false;
 };
-State g;
+State &g = *new State;  // never destroyed: lookups may run during exit
 
 // Lookups of other sets wait for the end of initialisation (set by the
 // locale step).

@@ -46,10 +46,13 @@ void *try_calloc(size_t count, size_t size) noexcept {
 }
 
 qzerror *record_no_memory(int number, const char *english) noexcept {
-  // The record is set up from the catalog too: keep the text out of the ring.
+  // The record keeps the text it is given: it goes into the thread's own
+  // record buffer (the catalog ring turns over while the record is set up),
+  // or, when even that buffer cannot be had, the English text is used.
   char text[256];
   std::snprintf(text, sizeof text, "%s", qzcatgets(Catd, 17, number, english));
-  return err_setall(QZERR_T_SYSTEM, QZERR_NOTICE, 12, text);
+  if (qzerror *e = err_setstr(QZERR_T_SYSTEM, QZERR_NOTICE * 1000 + 12, "%s", text)) return e;
+  return err_setall(QZERR_T_SYSTEM, QZERR_NOTICE, 12, english);
 }
 
 }  // namespace ll::text

@@ -15,6 +15,21 @@ inline void mark_dirty(qzbitmap *m) {
   if (m->dirty) *m->dirty |= m->dirty_mask;
 }
 
+// Index of the first word at or after 'wi' that differs from 'skip' (0 or
+// all ones), or nw. Compares four words at a time where it can.
+inline uint32_t skip_words(const uint32_t *w, uint32_t wi, uint32_t nw, uint32_t skip) {
+  const uint64_t pat = skip ? ~uint64_t{0} : 0;
+  while (wi + 4 <= nw) {
+    uint64_t a, b;
+    std::memcpy(&a, w + wi, 8);
+    std::memcpy(&b, w + wi + 2, 8);
+    if ((a ^ pat) | (b ^ pat)) break;
+    wi += 4;
+  }
+  while (wi < nw && w[wi] == skip) ++wi;
+  return wi;
+}
+
 inline void fill_words(uint32_t *w, uint64_t n, int fill) {
   if (n) std::memset(w, fill & 0xFF, static_cast<size_t>(n) * sizeof(uint32_t));
 }
@@ -110,8 +125,9 @@ LL_API uint32_t qzbitmap_next_set(const qzbitmap *m, uint32_t start) noexcept {
   const uint32_t nw = static_cast<uint32_t>(words_for(m->size));
   uint32_t wi = start >> 5;
   uint32_t w = m->bits[wi] & (~0u << (start & 31));
-  while (!w) {
-    if (++wi >= nw) return QZBITMAP_NONE;
+  if (!w) {
+    wi = skip_words(m->bits, wi + 1, nw, 0);
+    if (wi >= nw) return QZBITMAP_NONE;
     w = m->bits[wi];
   }
   return (wi << 5) + static_cast<uint32_t>(std::countr_zero(w));
@@ -122,8 +138,9 @@ LL_API uint32_t qzbitmap_next_clr(const qzbitmap *m, uint32_t start) noexcept {
   const uint32_t nw = static_cast<uint32_t>(words_for(m->size));
   uint32_t wi = start >> 5;
   uint32_t w = ~m->bits[wi] & (~0u << (start & 31));
-  while (!w) {
-    if (++wi >= nw) return QZBITMAP_NONE;
+  if (!w) {
+    wi = skip_words(m->bits, wi + 1, nw, ~0u);
+    if (wi >= nw) return QZBITMAP_NONE;
     w = ~m->bits[wi];
   }
   return (wi << 5) + static_cast<uint32_t>(std::countr_zero(w));

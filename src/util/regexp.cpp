@@ -31,7 +31,57 @@ constexpr size_t kMinCapacity = 768;
 // the editor did, so the last item may end a few bytes beyond it.
 constexpr size_t kSlack = 4;
 
+// Behind the program, in the same allocation, the compiler leaves membership
+// tables for the matcher: for each program offset a 16-bit table number (the
+// class's count byte holds one; 0xFFFF elsewhere), then 32 bytes per class.
+// The program itself stays exactly as compiled.
+constexpr uint16_t kNoTable = 0xFFFF;
+inline size_t tail_offset(size_t cap) { return (cap + kSlack + 7) & ~size_t{7}; }
+
 inline unsigned lower(unsigned c) { return std::isupper(static_cast<int>(c)) ? static_cast<unsigned>(std::tolower(static_cast<int>(c))) : c; }
+
+// Appends the membership tables to a compiled program of 'used' bytes; false
+// (with the program freed) when memory runs out.
+bool add_tables(qzregex *re, size_t used) {
+  const size_t plen = re->capacity + kSlack, base = tail_offset(re->capacity);
+  size_t classes = 0;
+  for (size_t ep = 0; ep < used;) {
+    const uchar op = re->program[ep];
+    if (op == kEof) break;
+    if ((op | kStar) == (kCcl | kStar) || (op | kStar) == (kNccl | kStar)) {
+      ++classes;
+      ep += 1 + re->program[ep + 1];
+    } else {
+      ep += (op == kDot || op == (kDot | kStar) || op == kDol) ? 1 : 2;
+    }
+  }
+  if (classes >= kNoTable) classes = 0;  // linear scans then
+  const size_t total = base + plen * sizeof(uint16_t) + classes * 32;
+  auto *mem = static_cast<uchar *>(std::realloc(re->program, total));
+  if (!mem) {
+    std::free(re->program);
+    return false;
+  }
+  re->program = mem;
+  std::memset(mem + plen, 0, total - plen);
+  for (size_t i = 0; i < plen; ++i) std::memcpy(mem + base + 2 * i, &kNoTable, 2);
+  uchar *tables = mem + base + plen * sizeof(uint16_t);
+  uint16_t n = 0;
+  for (size_t ep = 0; ep < used && classes;) {
+    const uchar op = mem[ep];
+    if (op == kEof) break;
+    if ((op | kStar) == (kCcl | kStar) || (op | kStar) == (kNccl | kStar)) {
+      const size_t count = mem[ep + 1];
+      for (size_t i = ep + 2; i < ep + 1 + count; ++i) tables[32 * n + mem[i] / 8] |= static_cast<uchar>(1u << (mem[i] % 8));
+      std::memcpy(mem + base + 2 * (ep + 1), &n, 2);
+      ++n;
+      ep += 1 + count;
+    } else {
+      ep += (op == kDot || op == (kDot | kStar) || op == kDol) ? 1 : 2;
+    }
+  }
+  return true;
+}
 
 qzregex *compile(const char *pattern, bool icase) {
   if (!pattern || !*pattern) return nullptr;
@@ -71,6 +121,7 @@ qzregex *compile(const char *pattern, bool icase) {
       if (nopen) goto error;
       prog[ep++] = kEof;
       prog[ep++] = 0;
+      if (!add_tables(re, ep)) goto error_tables;
       return re;
     }
     if (c != '*') lastep = ep;
@@ -153,6 +204,7 @@ qzregex *compile(const char *pattern, bool icase) {
   }
 error:
   std::free(prog);
+error_tables:
   std::free(re);
   return nullptr;
 }
@@ -170,16 +222,65 @@ class Matcher {
  public:
   Matcher(qzregex *re, const uchar *subject, const uchar *end)
       : re_(re), prog_(re->program), plen_(re->capacity + kSlack), subj_(subject), end_(end),
-        icase_(re->icase != 0) {}
+        icase_(re->icase != 0), index_(re->program + tail_offset(re->capacity)),
+        tables_(index_ + plen_ * sizeof(uint16_t)) {}
 
   // The matcher's answer for the program from 'ep' at 'lp': 1 matched, 0 not,
   // -1 a program error (an unrecorded group, an unknown opcode).
   int run(size_t ep, const uchar *lp);
+  // How many characters a leading starred single-character instruction
+  // takes at lp.
+  // Single-character instructions (literal, any, class; starred or not):
+  // the instruction's size (0 when 'ep' holds none, or a malformed one)...
+  size_t single_size(size_t ep) const;
+  // ...whether it takes the character c...
+  bool single_takes(size_t ep, unsigned c) const;
+  // ...how many characters its starred form takes at lp (0 for any other
+  // instruction)...
+  size_t star_run(size_t ep, const uchar *lp) const;
+  // ...how many characters just before q it takes...
+  size_t back_run(size_t ep, const uchar *q) const;
+  // ...and the first position at or after q where an unstarred literal or
+  // class at ep can match (null for none); any other instruction: q itself,
+  // up to the end of the string.
+  const uchar *candidate(size_t ep, const uchar *q) const;
 
  private:
   unsigned fold(unsigned c) const { return icase_ ? lower(c) : c; }
-  // Class membership as the editor tests it; never the end of the string.
-  int in_class(size_t at, unsigned c, bool positive) const;
+  // A class instruction's members (count byte at 'at'): its table, or its
+  // member bytes when it has none; false when the instruction is malformed.
+  struct ClassRef {
+    const uchar *table;
+    const uchar *members;
+    unsigned n;  // the count byte: members + 1
+  };
+  bool class_ref(size_t at, ClassRef &r) const {
+    if (at >= plen_) return false;
+    r.n = prog_[at];
+    if (r.n == 0 || at + r.n > plen_) return false;
+    r.members = prog_ + at + 1;
+    uint16_t t;
+    std::memcpy(&t, index_ + 2 * at, 2);
+    r.table = t == kNoTable ? nullptr : tables_ + 32 * static_cast<size_t>(t);
+    return true;
+  }
+  static bool member(const ClassRef &r, unsigned c) {
+    if (r.table) return (r.table[c >> 3] >> (c & 7)) & 1u;
+    for (unsigned i = 0; i + 1 < r.n; ++i)
+      if (r.members[i] == c) return true;
+    return false;
+  }
+  // Length of the run of subject characters at lp that are (want) or are not
+  // members; never past the end of the string.
+  size_t class_run(const ClassRef &r, const uchar *lp, bool want) const {
+    const uchar *p = lp;
+    if (icase_) {
+      while (*p && member(r, lower(*p)) == want) ++p;
+    } else {
+      while (*p && member(r, *p) == want) ++p;
+    }
+    return static_cast<size_t>(p - lp);
+  }
   // The recorded text of group g matches at lp (its first character is
   // always compared, even for an empty group).
   bool backref(int g, const uchar *lp) const;
@@ -195,6 +296,8 @@ class Matcher {
   const uchar *subj_;
   const uchar *end_;
   bool icase_;
+  const uchar *index_;   // table numbers by program offset
+  const uchar *tables_;  // 32-byte membership tables
 
   Frame inline_[32];
   std::vector<Frame> heap_;
@@ -206,17 +309,6 @@ class Matcher {
   std::vector<uint32_t> reads_;  // per program offset: group starts (bits 0-8) and ends (16-24) read from there on
   std::unordered_set<std::string> failed_;
 };
-
-int Matcher::in_class(size_t at, unsigned c, bool positive) const {
-  if (c == 0) return 0;
-  if (at >= plen_) return -1;
-  const unsigned n = prog_[at];
-  if (n == 0 || at + n > plen_) return -1;
-  c = fold(c);
-  for (size_t i = at + 1; i < at + n; ++i)
-    if (prog_[i] == c) return positive;
-  return !positive;
-}
 
 bool Matcher::backref(int g, const uchar *lp) const {
   auto *bp = reinterpret_cast<const uchar *>(re_->group_start[g]);
@@ -323,6 +415,73 @@ bool Matcher::known_failure(size_t ep, const uchar *lp) {
   return failed_.count(key(ep, lp)) != 0;
 }
 
+size_t Matcher::single_size(size_t ep) const {
+  if (ep + 1 >= plen_) return 0;
+  switch (prog_[ep] | kStar) {
+    case kChr | kStar:
+      return 2;
+    case kDot | kStar:
+      return 1;
+    case kCcl | kStar:
+    case kNccl | kStar:
+      return prog_[ep + 1] && ep + 1 + prog_[ep + 1] <= plen_ ? 1 + static_cast<size_t>(prog_[ep + 1]) : 0;
+    default:
+      return 0;
+  }
+}
+
+bool Matcher::single_takes(size_t ep, unsigned c) const {
+  if (!c) return false;
+  switch (prog_[ep] | kStar) {
+    case kChr | kStar:
+      return fold(c) == prog_[ep + 1];
+    case kDot | kStar:
+      return true;
+    default: {
+      ClassRef r{};
+      const bool positive = (prog_[ep] | kStar) == (kCcl | kStar);
+      return class_ref(ep + 1, r) && member(r, fold(c)) == positive;
+    }
+  }
+}
+
+size_t Matcher::star_run(size_t ep, const uchar *lp) const {
+  const uchar op = prog_[ep];
+  if (!(op & kStar) || !single_size(ep) || op == (kBack | kStar)) return 0;
+  if (op == (kDot | kStar)) return static_cast<size_t>(end_ - lp);
+  if (op == (kCcl | kStar) || op == (kNccl | kStar)) {
+    ClassRef r{};
+    return class_ref(ep + 1, r) ? class_run(r, lp, op == (kCcl | kStar)) : 0;
+  }
+  const uchar *p = lp;
+  while (single_takes(ep, *p)) ++p;
+  return static_cast<size_t>(p - lp);
+}
+
+size_t Matcher::back_run(size_t ep, const uchar *q) const {
+  const uchar *p = q;
+  while (p > subj_ && single_takes(ep, p[-1])) --p;
+  return static_cast<size_t>(q - p);
+}
+
+const uchar *Matcher::candidate(size_t ep, const uchar *q) const {
+  if (q > end_) return nullptr;
+  const uchar op = prog_[ep];
+  if (op == kChr && ep + 1 < plen_) {
+    const unsigned c = prog_[ep + 1];
+    if (!icase_) return static_cast<const uchar *>(std::memchr(q, static_cast<int>(c), static_cast<size_t>(end_ - q)));
+    while (q < end_ && lower(*q) != c) ++q;
+    return q < end_ ? q : nullptr;
+  }
+  if ((op == kCcl || op == kNccl) && single_size(ep)) {
+    ClassRef r{};
+    if (!class_ref(ep + 1, r)) return q;
+    q += class_run(r, q, op != kCcl);
+    return *q ? q : nullptr;
+  }
+  return q;
+}
+
 int Matcher::run(size_t ep, const uchar *lp) {
   depth_ = 0;
   heap_.clear();
@@ -349,11 +508,12 @@ int Matcher::run(size_t ep, const uchar *lp) {
           return 1;
         case kCcl:
         case kNccl: {
-          int r = in_class(ep, *lp, op == kCcl);
-          if (r < 0) return -1;
-          if (!r) goto fail;
+          ClassRef r{};
+          if (!class_ref(ep, r)) return -1;
+          const unsigned c = *lp;
+          if (!c || member(r, fold(c)) != (op == kCcl)) goto fail;
           ++lp;
-          ep += prog_[ep];
+          ep += r.n;
           continue;
         }
         case kBra:
@@ -407,14 +567,11 @@ int Matcher::run(size_t ep, const uchar *lp) {
         }
         case kCcl | kStar:
         case kNccl | kStar: {
+          ClassRef r{};
+          if (!class_ref(ep, r)) return -1;
           const uchar *min = lp;
-          for (;;) {
-            int r = in_class(ep, *lp, op == (kCcl | kStar));
-            if (r < 0) return -1;
-            if (!r) break;
-            ++lp;
-          }
-          ep += prog_[ep];
+          lp += class_run(r, lp, op == (kCcl | kStar));
+          ep += r.n;
           push(ep, min, lp, 1);
           if (known_failure(ep, lp)) goto fail;
           continue;
@@ -463,40 +620,54 @@ LL_API char *regex_exec(qzregex *re, const char *subject) noexcept {
     if (re->anchored) return m.run(0, s) == 1 ? const_cast<char *>(subject) : nullptr;
 
     // Unanchored: any non-zero answer counts, a program error included.
-    if (prog[0] == kChr && prog[1] != 0) {
-      // Only positions holding the leading literal can match.
-      const unsigned c = prog[1];
-      for (const uchar *p = s; p < end; ++p) {
-        if (re->icase) {
-          while (p < end && lower(*p) != c) ++p;
-        } else {
-          p = static_cast<const uchar *>(std::memchr(p, static_cast<int>(c), static_cast<size_t>(end - p)));
-          if (!p) break;
-        }
-        if (p >= end) break;
-        if (m.run(2, p + 1)) return reinterpret_cast<char *>(const_cast<uchar *>(p));
+    const uchar op = prog[0];
+    const size_t first = m.single_size(0);
+    if (first && !(op & kStar) && op != kDot) {
+      // A leading literal or class: only positions holding one of its
+      // characters. When the instruction after it is starred and took k
+      // characters at p, the rest of the program has been tried at p + 1 ..
+      // p + 1 + k; the candidates up to p + k can only fail the same way.
+      for (const uchar *p = m.candidate(0, s); p; p = m.candidate(0, p + 1)) {
+        if (m.run(first, p + 1)) return reinterpret_cast<char *>(const_cast<uchar *>(p));
+        p += m.star_run(first, p + 1);
       }
       return nullptr;
     }
-    if ((prog[0] == kCcl || prog[0] == kNccl) && prog[1] != 0 && prog[1] + 1u < re->capacity + kSlack) {
-      // A leading class: test membership from a table first.
-      bool member[256] = {};
-      for (unsigned i = 2; i < 1u + prog[1]; ++i) member[prog[i]] = true;
-      const bool want = prog[0] == kCcl;
-      const size_t after = 1 + prog[1];
-      for (const uchar *p = s; p < end; ++p) {
-        const unsigned c = re->icase ? lower(*p) : *p;
-        if (member[c] != want) continue;
-        if (m.run(after, p + 1)) return reinterpret_cast<char *>(const_cast<uchar *>(p));
+    if (first && (op & kStar)) {
+      // A leading starred character, class or dot matches from p when the
+      // rest of the program matches at some q that it reaches from p. So the
+      // leftmost start belongs to the leftmost such q: the start of the run
+      // of characters that the star takes just before q. The run is then
+      // made from there, for its groups.
+      for (const uchar *q = m.candidate(first, s); q; q = m.candidate(first, q + 1)) {
+        if (!m.run(first, q)) continue;
+        const uchar *p = q - m.back_run(0, q);
+        m.run(0, p);
+        return reinterpret_cast<char *>(const_cast<uchar *>(p));
       }
       return nullptr;
     }
-    for (const uchar *p = s;; ++p) {
+    for (const uchar *p = s; p <= end; ++p)
       if (m.run(0, p)) return reinterpret_cast<char *>(const_cast<uchar *>(p));
-      if (p >= end) break;
-    }
   } catch (const std::bad_alloc &) {
     // Out of memory for backtracking: no match can be reported.
+  }
+  return nullptr;
+}
+
+// Test seam: the plain search, the program run at every position in turn,
+// which the shortcuts of regex_exec must agree with.
+LL_API char *llt_regex_exec_plain(qzregex *re, const char *subject) noexcept {
+  if (!re || !re->program || !subject) return nullptr;
+  for (int g = 0; g < kGroups; ++g) re->group_start[g] = re->group_end[g] = nullptr;
+  const auto *s = reinterpret_cast<const uchar *>(subject);
+  const uchar *end = s + std::strlen(subject);
+  try {
+    Matcher m(re, s, end);
+    if (re->anchored) return m.run(0, s) == 1 ? const_cast<char *>(subject) : nullptr;
+    for (const uchar *p = s; p <= end; ++p)
+      if (m.run(0, p)) return reinterpret_cast<char *>(const_cast<uchar *>(p));
+  } catch (const std::bad_alloc &) {
   }
   return nullptr;
 }

@@ -18,7 +18,6 @@
 #else
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 extern char **environ;
@@ -81,20 +80,29 @@ static std::string slurp(const fs::path &p) {
 
 ChildResult run_child(const std::string &name, const std::vector<std::string> &args,
                       const std::vector<std::string> &env, int timeout_ms) {
+  std::vector<std::string> words = {"--lltest-child", name};
+  words.insert(words.end(), args.begin(), args.end());
+  RunOptions opts;
+  opts.env = env;
+  opts.timeout_ms = timeout_ms;
+  return run_program(self_path(), words, opts);
+}
+
+ChildResult run_program(const std::string &path, const std::vector<std::string> &args, const RunOptions &opts) {
   ChildResult r;
   TempDir dir;
   const fs::path out = fs::u8path(dir.file("out")), err = fs::u8path(dir.file("err"));
   // Environment changes go into this process around the spawn; tests are
-  // single-threaded while they start children.
+  // single-threaded while they start programs.
   std::vector<std::pair<std::string, std::pair<bool, std::string>>> saved;
-  for (const auto &e : env) {
+  for (const auto &e : opts.env) {
     auto eq = e.find('=');
     std::string n = e.substr(0, eq), v = eq == std::string::npos ? "" : e.substr(eq + 1);
     const char *old = std::getenv(n.c_str());
     saved.push_back({n, {old != nullptr, old ? old : ""}});
     set_env(n.c_str(), v.empty() ? nullptr : v.c_str());
   }
-  std::vector<std::string> argv = {self_path(), "--lltest-child", name};
+  std::vector<std::string> argv = {path};
   argv.insert(argv.end(), args.begin(), args.end());
 #ifdef _WIN32
   std::wstring cmd;
@@ -120,7 +128,8 @@ ChildResult run_child(const std::string &name, const std::vector<std::string> &a
   SECURITY_ATTRIBUTES sa{sizeof sa, nullptr, TRUE};
   HANDLE ho = CreateFileW(out.wstring().c_str(), GENERIC_WRITE, FILE_SHARE_READ, &sa, CREATE_ALWAYS, 0, nullptr);
   HANDLE he = CreateFileW(err.wstring().c_str(), GENERIC_WRITE, FILE_SHARE_READ, &sa, CREATE_ALWAYS, 0, nullptr);
-  HANDLE hi = CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, OPEN_EXISTING, 0, nullptr);
+  HANDLE hi = CreateFileW(opts.input.empty() ? L"NUL" : fs::u8path(opts.input).wstring().c_str(), GENERIC_READ,
+                          FILE_SHARE_READ | FILE_SHARE_WRITE, &sa, OPEN_EXISTING, 0, nullptr);
   STARTUPINFOW si{};
   si.cb = sizeof si;
   si.dwFlags = STARTF_USESTDHANDLES;
@@ -128,8 +137,10 @@ ChildResult run_child(const std::string &name, const std::vector<std::string> &a
   si.hStdOutput = ho;
   si.hStdError = he;
   PROCESS_INFORMATION pi{};
-  if (CreateProcessW(nullptr, cmd.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
-    if (WaitForSingleObject(pi.hProcess, static_cast<DWORD>(timeout_ms)) == WAIT_TIMEOUT) {
+  const std::wstring wcwd = opts.cwd.empty() ? std::wstring() : fs::u8path(opts.cwd).wstring();
+  if (CreateProcessW(nullptr, cmd.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                     opts.cwd.empty() ? nullptr : wcwd.c_str(), &si, &pi)) {
+    if (WaitForSingleObject(pi.hProcess, static_cast<DWORD>(opts.timeout_ms)) == WAIT_TIMEOUT) {
       TerminateProcess(pi.hProcess, 124);
       WaitForSingleObject(pi.hProcess, INFINITE);
     }
@@ -146,15 +157,21 @@ ChildResult run_child(const std::string &name, const std::vector<std::string> &a
   std::vector<char *> cargv;
   for (auto &a : argv) cargv.push_back(a.data());
   cargv.push_back(nullptr);
-  posix_spawn_file_actions_t fa;
-  posix_spawn_file_actions_init(&fa);
-  posix_spawn_file_actions_addopen(&fa, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&fa, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&fa, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid;
-  if (posix_spawn(&pid, cargv[0], &fa, nullptr, cargv.data(), environ) == 0) {
+  const std::string in = opts.input.empty() ? "/dev/null" : opts.input;
+  // fork rather than posix_spawn: the child may have to change directory first.
+  pid_t pid = fork();
+  if (pid == 0) {
+    const int i = open(in.c_str(), O_RDONLY);
+    const int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    if (i < 0 || o < 0 || e < 0 || dup2(i, 0) < 0 || dup2(o, 1) < 0 || dup2(e, 2) < 0) _exit(126);
+    if (!opts.cwd.empty() && chdir(opts.cwd.c_str()) != 0) _exit(126);
+    execv(cargv[0], cargv.data());
+    _exit(127);
+  }
+  if (pid > 0) {
     int status = 0;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(opts.timeout_ms);
     for (;;) {
       pid_t w = waitpid(pid, &status, WNOHANG);
       if (w == pid) break;
@@ -163,13 +180,18 @@ ChildResult run_child(const std::string &name, const std::vector<std::string> &a
         waitpid(pid, &status, 0);
         break;
       }
-      usleep(2000);
+      usleep(1000);
     }
     r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
-  posix_spawn_file_actions_destroy(&fa);
 #endif
   for (auto &s : saved) set_env(s.first.c_str(), s.second.first ? s.second.second.c_str() : nullptr);
+  {
+    std::ifstream f(out, std::ios::binary);
+    std::stringstream ss;
+    ss << f.rdbuf();
+    r.out_raw = ss.str();
+  }
   r.out = slurp(out);
   r.err = slurp(err);
   return r;

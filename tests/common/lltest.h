@@ -24,9 +24,21 @@ struct ChildRegistration {
 
 struct ChildResult {
   int exit_code = -1;
-  std::string out;  // standard output, CR removed
-  std::string err;  // standard error, CR removed
+  std::string out;      // standard output, CR removed
+  std::string err;      // standard error, CR removed
+  std::string out_raw;  // standard output as written
 };
+
+struct RunOptions {
+  std::string input;             // file for standard input; the null device when empty
+  std::string cwd;               // working directory; this process's when empty
+  std::vector<std::string> env;  // NAME=VALUE to set, "NAME=" to remove
+  int timeout_ms = 120000;       // then the program is killed
+};
+
+// Runs a program with arguments (words, quoted for the C runtime on Windows)
+// and waits for it; its output is captured through files.
+ChildResult run_program(const std::string &path, const std::vector<std::string> &args, const RunOptions &opts = {});
 
 // Runs this binary as "<self> --lltest-child <name> args..." with the given
 // extra environment (NAME=VALUE; "NAME=" removes NAME), and waits for it.

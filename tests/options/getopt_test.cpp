@@ -130,6 +130,16 @@ TEST(OptionFiles, OperandsAndNestingThroughGetarg) {
   EXPECT_EQ(run(a, "v"), "v v | first one two three last");
 }
 
+TEST(OptionFiles, ArgumentFromTheNextLine) {
+  lltest::TempDir d;
+  d.write("f", "-ab\n-xyzq\n");
+  getopt_init();
+  std::string at = "@" + d.file("f");
+  Argv a({"prog", at, "op"});
+  // Reading the next line must not leave the old word's letters to scan.
+  EXPECT_EQ(run(a, "ab:"), "a b=-xyzq | op");
+}
+
 TEST(OptionFiles, OptionArgumentRunsPastTheFileEnd) {
   lltest::TempDir d;
   d.write("f", "-o\n");

@@ -167,13 +167,13 @@ TEST(Files, CurrentDirectoryFromTheNamesOnDisk) {
   ASSERT_NE(r, nullptr);
   char want[4096];
   ASSERT_NE(fullpath(dir.c_str(), want, sizeof want), nullptr);
-  if (lltest::kWindows) {
-    EXPECT_EQ(strcasecmp(got, want), 0) << got << " vs " << want;
-  } else {
-    char real[4096];
-    ASSERT_NE(realpath(dir.c_str(), real), nullptr);
-    EXPECT_STREQ(got, real);
-  }
+#ifdef _WIN32
+  EXPECT_EQ(_stricmp(got, want), 0) << got << " vs " << want;
+#else
+  char real[4096];
+  ASSERT_NE(realpath(dir.c_str(), real), nullptr);
+  EXPECT_STREQ(got, real);
+#endif
   EXPECT_EQ(std::string(full).substr(std::string(full).size() - 2), kSep + "x");
   EXPECT_EQ(none, nullptr);
   char cwd_now[4096];
@@ -440,7 +440,7 @@ TEST(FilesWindows, CwdAtTheRootOfADrive) {
   EXPECT_STREQ(got, "C:\\");
   char dir[64];
   EXPECT_GT(utf8_getwindowsdirectory(dir, sizeof dir), 0u);
-  EXPECT_EQ(strncasecmp(dir + 1, ":\\windows", 9), 0) << dir;
+  EXPECT_EQ(_strnicmp(dir + 1, ":\\windows", 9), 0) << dir;
 }
 #endif
 

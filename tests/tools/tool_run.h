@@ -3,14 +3,11 @@
 #include <string>
 #include <vector>
 
+#include "lltest.h"
+
 namespace tooltest {
 
-struct Result {
-  int exit_code = -1;
-  std::string out;      // standard output, CR removed
-  std::string err;      // standard error, CR removed
-  std::string out_raw;  // standard output as written
-};
+using Result = lltest::ChildResult;
 
 // Runs "llocal args..." with standard input read from the file 'input' (the
 // null device when empty), in the directory 'cwd' (this process's when

@@ -263,3 +263,60 @@ TEST(RegexAgainstLibc, LeftmostStartAgreesOnTheCommonSubset) {
 #endif
 
 }  // namespace
+
+extern "C" char *llt_regex_exec_plain(qzregex *re, const char *subject);
+
+namespace {
+
+// The search shortcuts (leading literal or class, leading star) against the
+// program run at every position, on random patterns of the whole language.
+TEST(RegexExec, ShortcutsAgreeWithThePlainSearch) {
+  std::mt19937 rng(99);
+  auto pick = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
+  static const char *atoms[] = {"a", "b", "A", ".", "[ab]", "[^a]", "[a-c]", "\\1", "\\2", "x", "$"};
+  int matched = 0;
+  for (int i = 0; i < 4000; ++i) {
+    std::string pat;
+    int open = 0, groups = 0;
+    const int n = 1 + pick(6);
+    for (int k = 0; k < n; ++k) {
+      if (pick(5) == 0 && groups < 9) {
+        pat += "\\(";
+        ++open;
+        ++groups;
+        continue;
+      }
+      if (open && pick(4) == 0) {
+        pat += "\\)";
+        --open;
+        continue;
+      }
+      pat += atoms[pick(11)];
+      if (pick(2) == 0) pat += "*";
+    }
+    while (open--) pat += "\\)";
+    const bool icase = pick(3) == 0;
+    qzregex *re = icase ? regex_icmp(pat.c_str()) : regex_cmp(pat.c_str());
+    if (!re) continue;
+    const bool refs = pat.find("\\1") != std::string::npos || pat.find("\\2") != std::string::npos;
+    for (int j = 0; j < 8; ++j) {
+      std::string subj;
+      for (int c = pick(14); c > 0; --c) subj += "abcAx$."[pick(7)];
+      const char *want = llt_regex_exec_plain(re, subj.c_str());
+      const char *ws[QZREGEX_NGROUPS], *we[QZREGEX_NGROUPS];
+      for (int g = 0; g < QZREGEX_NGROUPS; ++g) ws[g] = re->group_start[g], we[g] = re->group_end[g];
+      const char *got = regex_exec(re, subj.c_str());
+      ASSERT_EQ(got, want) << "pattern '" << pat << "' subject '" << subj << "' icase " << icase;
+      matched += got != nullptr;
+      if (!got || refs) continue;
+      for (int g = 0; g < QZREGEX_NGROUPS; ++g) {
+        ASSERT_EQ(re->group_start[g], ws[g]) << pat << " / " << subj << " group " << g;
+        ASSERT_EQ(re->group_end[g], we[g]) << pat << " / " << subj << " group " << g;
+      }
+    }
+    regex_done(re);
+  }
+  EXPECT_GT(matched, 1000);
+}
+
+}  // namespace
