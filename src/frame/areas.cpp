@@ -226,6 +226,18 @@ void frame_detach() noexcept {
   hooks::eventlog_teardown();
 }
 
+void thread_areas_release(uint32_t tid) noexcept {
+  if (!g_lock) return;
+  const uint32_t pid = os::process_id();
+  for (;;) {
+    g_lock->lock();
+    Entry *e = take_highest(pid, tid, false);
+    g_lock->unlock();
+    if (!e) break;
+    destroy_entry(e);
+  }
+}
+
 int registry_count() noexcept {
   frame_attach();
   const uint32_t pid = os::process_id();

@@ -16,6 +16,10 @@ void frame_attach() noexcept;     // idempotent
 void frame_detach() noexcept;     // destroys every area of the process
 void process_teardown() noexcept; // the same, callable from the exit handler
 
+// Destroys the per-thread areas of another thread of this process that has
+// ended without T_threadexit (a killed thread), in reverse creation order.
+void thread_areas_release(uint32_t tid) noexcept;
+
 // Number of registry entries of this process (for tests and diagnostics).
 int registry_count() noexcept;
 

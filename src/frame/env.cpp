@@ -66,8 +66,10 @@ unsigned long getenv_ulong_checked(const char *spec, unsigned long value_in, boo
     return value_in;
   }
   const uint32_t value = static_cast<uint32_t>(value_in);
-  const char *setting = qzgetenv(name);
-  if (!setting) setting = def;
+  char *value_text = qzgetenv(name);
+  // A converted value is a buffer of its own: freed once read.
+  char *fresh = (value_text && value_text != os::get_env_ptr(name)) ? value_text : nullptr;
+  const char *setting = value_text ? value_text : def;
   uint32_t r;
   switch (setting[0]) {
     case '%': r = number(setting + 1) * value / 100; break;
@@ -77,6 +79,7 @@ unsigned long getenv_ulong_checked(const char *spec, unsigned long value_in, boo
     case 'D': r = value; break;
     default: r = number(setting); break;
   }
+  std::free(fresh);
   const uint32_t min = (!lo[0] || std::strcmp(lo, "*") == 0) ? 0 : number(lo);
   if (r < min)
     r = min;

@@ -13,6 +13,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
 #include <unordered_set>
@@ -274,10 +275,13 @@ class Matcher {
   // members; never past the end of the string.
   size_t class_run(const ClassRef &r, const uchar *lp, bool want) const {
     const uchar *p = lp;
-    if (icase_) {
-      while (*p && member(r, lower(*p)) == want) ++p;
+    const uchar *const t = r.table;
+    if (t && !icase_) {
+      while (p < end_ && ((t[*p >> 3] >> (*p & 7)) & 1u) == static_cast<unsigned>(want)) ++p;
+    } else if (icase_) {
+      while (p < end_ && member(r, lower(*p)) == want) ++p;
     } else {
-      while (*p && member(r, *p) == want) ++p;
+      while (p < end_ && member(r, *p) == want) ++p;
     }
     return static_cast<size_t>(p - lp);
   }
@@ -306,8 +310,11 @@ class Matcher {
   size_t resumes_ = 0;
   bool memo_ = false;
   bool memo_broken_ = false;
-  std::vector<uint32_t> reads_;  // per program offset: group starts (bits 0-8) and ends (16-24) read from there on
-  std::unordered_set<std::string> failed_;
+  struct Memo {
+    std::vector<uint32_t> reads;  // per program offset: group starts (bits 0-8) and ends (16-24) read from there on
+    std::unordered_set<std::string> failed;
+  };
+  std::unique_ptr<Memo> memo_data_;  // made when the memo starts
 };
 
 bool Matcher::backref(int g, const uchar *lp) const {
@@ -335,7 +342,8 @@ std::string Matcher::key(size_t ep, const uchar *lp) const {
   const uint64_t at = static_cast<uint64_t>(lp - subj_);
   k.append(reinterpret_cast<const char *>(&e), sizeof e);
   k.append(reinterpret_cast<const char *>(&at), sizeof at);
-  const uint32_t mask = ep < reads_.size() ? reads_[ep] : 0;
+  const auto &reads = memo_data_->reads;
+  const uint32_t mask = ep < reads.size() ? reads[ep] : 0;
   for (int g = 0; g < kGroups; ++g) {
     if (mask & (1u << g)) k.append(reinterpret_cast<const char *>(&re_->group_start[g]), sizeof(const char *));
     if (mask & (1u << (g + 16))) k.append(reinterpret_cast<const char *>(&re_->group_end[g]), sizeof(const char *));
@@ -345,6 +353,8 @@ std::string Matcher::key(size_t ep, const uchar *lp) const {
 
 void Matcher::start_memo() {
   memo_ = true;
+  memo_data_ = std::make_unique<Memo>();
+  auto &reads_ = memo_data_->reads;
   // Walk the program once to learn which groups each continuation can read.
   std::vector<std::pair<size_t, int>> refs;  // offset of a back-reference, group
   size_t bra[kGroups], ket[kGroups];           // where each group opens and closes
@@ -406,13 +416,13 @@ void Matcher::start_memo() {
 }
 
 void Matcher::note_failure(const Frame &f) {
-  if (!memo_ || memo_broken_ || failed_.size() >= (1u << 22)) return;
-  failed_.insert(key(f.ep, f.lp));
+  if (!memo_ || memo_broken_ || memo_data_->failed.size() >= (1u << 22)) return;
+  memo_data_->failed.insert(key(f.ep, f.lp));
 }
 
 bool Matcher::known_failure(size_t ep, const uchar *lp) {
-  if (!memo_ || memo_broken_ || failed_.empty()) return false;
-  return failed_.count(key(ep, lp)) != 0;
+  if (!memo_ || memo_broken_ || memo_data_->failed.empty()) return false;
+  return memo_data_->failed.count(key(ep, lp)) != 0;
 }
 
 size_t Matcher::single_size(size_t ep) const {

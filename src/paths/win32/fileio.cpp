@@ -445,6 +445,10 @@ LL_API int ll_statfs(const char *path, struct ll_statfs *buf) noexcept {
     errno = EINVAL;
     return -1;
   }
+  if (utf8_getfileattributes(path) == QZ_INVALID_FILE_ATTRIBUTES) {  // as statfs(2): the name must exist
+    errno = nt_to_posix_errno(errno);
+    return -1;
+  }
   return fs_of(w, buf);
 }
 

@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 
+#include "frame/areas.h"
 #include "frame/win32/win.h"
 
 namespace ll::thr_os {
@@ -86,6 +87,8 @@ int thread_terminate(void *h, uint32_t code) noexcept {
   // Termination completes asynchronously; the record may be freed as soon as
   // the kill returns, so see the thread gone first.
   WaitForSingleObject(h, 10000);
+  // The thread could not run its own way out: release its areas for it.
+  ll::thread_areas_release(GetThreadId(h));
   return 1;
 }
 
