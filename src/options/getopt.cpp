@@ -67,14 +67,14 @@ FileResult file_option(qz_optstate *st, const char *optstring, int &letter) noex
   }
   int c = static_cast<unsigned char>(*st->fscan++);
   st->opt = c;
-  const char *spec = c == ':' ? nullptr : std::strchr(optstring, c);
-  if (!spec) {
+  const char *entry = c == ':' ? nullptr : std::strchr(optstring, c);
+  if (!entry) {
     st->arg = nullptr;
     if (st->err) message_sc(qzcatgets(Catd, 17, 23, "%s: illegal option -- %c\n"), st->fscan, c);
     letter = '?';
     return FileResult::kLetter;
   }
-  if (spec[1] == ':') {
+  if (entry[1] == ':') {
     const bool attached = *st->fscan;
     // The word is used up either way; reading on may replace the line.
     char *rest = const_cast<char *>(st->fscan);
@@ -194,14 +194,14 @@ LL_API int ll_getopt(int argc, char *const argv[], const char *optstring) noexce
   }
   int c = static_cast<unsigned char>(*st->scan++);
   st->opt = c;
-  const char *spec = c == ':' ? nullptr : std::strchr(optstring, c);
-  if (!spec) {
+  const char *entry = c == ':' ? nullptr : std::strchr(optstring, c);
+  if (!entry) {
     st->arg = nullptr;
     if (!*st->scan) ++st->ind;
     if (st->err) ll::opt::message_prog(ll::opt::prog(argv), qzcatgets(Catd, 17, 25, ": illegal option -- "), c);
     return '?';
   }
-  if (spec[1] != ':') {
+  if (entry[1] != ':') {
     st->arg = nullptr;
     if (!*st->scan) ++st->ind;
     return c;

@@ -1,5 +1,4 @@
-// Option files: opening by UTF-8 name (options/posix/optfile.cpp,
-// options/win32/optfile.cpp) and reading them word by word.
+// Option files: opening by UTF-8 name and reading them word by word.
 #pragma once
 #include <cstdio>
 

@@ -2,9 +2,13 @@
 // comparisons that look through them.
 #include <liblocal/msgtag.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdint>
 #include <cstring>
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "text/strutil_internal.h"
 
@@ -73,8 +77,9 @@ int compare_through_tags(const unsigned char *a, const unsigned char *b, size_t 
 }
 
 inline bool has_zero_byte(uint64_t v) noexcept { return ((v - 0x0101010101010101ull) & ~v & 0x8080808080808080ull) != 0; }
-inline bool word_safe(const unsigned char *p) noexcept {
-  return (reinterpret_cast<uintptr_t>(p) & 4095u) <= 4096u - 8u;
+template <unsigned N>
+inline bool block_safe(const unsigned char *p) noexcept {
+  return (reinterpret_cast<uintptr_t>(p) & 4095u) <= 4096u - N;
 }
 
 #if defined(__SANITIZE_ADDRESS__)
@@ -174,11 +179,39 @@ LL_API int qzstrcmp(const char *a, const char *b) noexcept {
   const auto *x = reinterpret_cast<const unsigned char *>(a);
   const auto *y = reinterpret_cast<const unsigned char *>(b);
   size_t i = 0;
-#if LL_WORD_SCAN
-  // Eight bytes at a time while both texts agree and hold no terminator and
-  // no "[" (a tag cannot begin before the first "[").
+  // Many bytes at a time while both texts agree and hold no terminator and
+  // no "[" (a tag cannot begin before the first "["); loads never cross into
+  // the next page, where the texts might end.
+#if LL_WORD_SCAN && defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128(), brackets = _mm_set1_epi8('[');
+  // Bytes of a block that agree and are neither a terminator nor "[".
+  auto plain = [&](size_t at) {
+    const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + at));
+    const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(y + at));
+    const __m128i special = _mm_or_si128(_mm_cmpeq_epi8(va, zero), _mm_cmpeq_epi8(va, brackets));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(special, _mm_cmpeq_epi8(va, vb))));
+  };
+  for (;;) {
+    const size_t room = std::min(4096u - (reinterpret_cast<uintptr_t>(x + i) & 4095u),
+                                 4096u - (reinterpret_cast<uintptr_t>(y + i) & 4095u));
+    if (room < 16) {
+      if (x[i] == y[i] && x[i] && x[i] != '[') {
+        ++i;
+        continue;
+      }
+      break;
+    }
+    const size_t stop_at = i + room - 15;
+    unsigned m = 0xFFFFu;
+    while (i < stop_at && (m = plain(i)) == 0xFFFFu) i += 16;
+    if (m != 0xFFFFu) {
+      i += static_cast<size_t>(__builtin_ctz(~m));
+      break;
+    }
+  }
+#elif LL_WORD_SCAN
   constexpr uint64_t kBrackets = 0x5B5B5B5B5B5B5B5Bull;
-  while (word_safe(x + i) && word_safe(y + i)) {
+  while (block_safe<8>(x + i) && block_safe<8>(y + i)) {
     uint64_t wa, wb;
     std::memcpy(&wa, x + i, 8);
     std::memcpy(&wb, y + i, 8);

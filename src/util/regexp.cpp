@@ -36,7 +36,10 @@ constexpr size_t kSlack = 4;
 // tables for the matcher: for each program offset a 16-bit table number (the
 // class's count byte holds one; 0xFFFF elsewhere), then 32 bytes per class.
 // The program itself stays exactly as compiled.
+// The first class of the program also has a byte per character (after the
+// offset of its count byte), for the scans of the search.
 constexpr uint16_t kNoTable = 0xFFFF;
+constexpr size_t kLeadSize = sizeof(uint64_t) + 256;
 inline size_t tail_offset(size_t cap) { return (cap + kSlack + 7) & ~size_t{7}; }
 
 inline unsigned lower(unsigned c) { return std::isupper(static_cast<int>(c)) ? static_cast<unsigned>(std::tolower(static_cast<int>(c))) : c; }
@@ -57,7 +60,9 @@ bool add_tables(qzregex *re, size_t used) {
     }
   }
   if (classes >= kNoTable) classes = 0;  // linear scans then
-  const size_t total = base + plen * sizeof(uint16_t) + classes * 32;
+  // The first class also gets a byte per character: searches scan with it.
+  const size_t lead = base + plen * sizeof(uint16_t);
+  const size_t total = lead + kLeadSize + classes * 32;
   auto *mem = static_cast<uchar *>(std::realloc(re->program, total));
   if (!mem) {
     std::free(re->program);
@@ -66,13 +71,18 @@ bool add_tables(qzregex *re, size_t used) {
   re->program = mem;
   std::memset(mem + plen, 0, total - plen);
   for (size_t i = 0; i < plen; ++i) std::memcpy(mem + base + 2 * i, &kNoTable, 2);
-  uchar *tables = mem + base + plen * sizeof(uint16_t);
+  uchar *tables = mem + lead + kLeadSize;
   uint16_t n = 0;
+  uint64_t lead_at = ~uint64_t{0};
   for (size_t ep = 0; ep < used && classes;) {
     const uchar op = mem[ep];
     if (op == kEof) break;
     if ((op | kStar) == (kCcl | kStar) || (op | kStar) == (kNccl | kStar)) {
       const size_t count = mem[ep + 1];
+      if (n == 0) {
+        lead_at = ep + 1;
+        for (size_t i = ep + 2; i < ep + 1 + count; ++i) mem[lead + sizeof(uint64_t) + mem[i]] = 1;
+      }
       for (size_t i = ep + 2; i < ep + 1 + count; ++i) tables[32 * n + mem[i] / 8] |= static_cast<uchar>(1u << (mem[i] % 8));
       std::memcpy(mem + base + 2 * (ep + 1), &n, 2);
       ++n;
@@ -81,6 +91,7 @@ bool add_tables(qzregex *re, size_t used) {
       ep += (op == kDot || op == (kDot | kStar) || op == kDol) ? 1 : 2;
     }
   }
+  std::memcpy(mem + lead, &lead_at, sizeof lead_at);
   return true;
 }
 
@@ -224,7 +235,11 @@ class Matcher {
   Matcher(qzregex *re, const uchar *subject, const uchar *end)
       : re_(re), prog_(re->program), plen_(re->capacity + kSlack), subj_(subject), end_(end),
         icase_(re->icase != 0), index_(re->program + tail_offset(re->capacity)),
-        tables_(index_ + plen_ * sizeof(uint16_t)) {}
+        tables_(index_ + plen_ * sizeof(uint16_t) + kLeadSize) {
+    const uchar *lead = index_ + plen_ * sizeof(uint16_t);
+    std::memcpy(&lead_at_, lead, sizeof lead_at_);
+    lead_lut_ = lead + sizeof(uint64_t);
+  }
 
   // The matcher's answer for the program from 'ep' at 'lp': 1 matched, 0 not,
   // -1 a program error (an unrecorded group, an unknown opcode).
@@ -252,6 +267,7 @@ class Matcher {
   // member bytes when it has none; false when the instruction is malformed.
   struct ClassRef {
     const uchar *table;
+    const uchar *lut;  // a byte per character, for the program's first class
     const uchar *members;
     unsigned n;  // the count byte: members + 1
   };
@@ -263,6 +279,7 @@ class Matcher {
     uint16_t t;
     std::memcpy(&t, index_ + 2 * at, 2);
     r.table = t == kNoTable ? nullptr : tables_ + 32 * static_cast<size_t>(t);
+    r.lut = r.table && at == lead_at_ ? lead_lut_ : nullptr;
     return true;
   }
   static bool member(const ClassRef &r, unsigned c) {
@@ -276,7 +293,11 @@ class Matcher {
   size_t class_run(const ClassRef &r, const uchar *lp, bool want) const {
     const uchar *p = lp;
     const uchar *const t = r.table;
-    if (t && !icase_) {
+    if (r.lut && !icase_) {
+      const uchar w = want;
+      while (end_ - p >= 4 && r.lut[p[0]] == w && r.lut[p[1]] == w && r.lut[p[2]] == w && r.lut[p[3]] == w) p += 4;
+      while (p < end_ && r.lut[*p] == w) ++p;
+    } else if (t && !icase_) {
       while (p < end_ && ((t[*p >> 3] >> (*p & 7)) & 1u) == static_cast<unsigned>(want)) ++p;
     } else if (icase_) {
       while (p < end_ && member(r, lower(*p)) == want) ++p;
@@ -302,6 +323,8 @@ class Matcher {
   bool icase_;
   const uchar *index_;   // table numbers by program offset
   const uchar *tables_;  // 32-byte membership tables
+  uint64_t lead_at_ = 0; // count-byte offset of the first class
+  const uchar *lead_lut_ = nullptr;
 
   Frame inline_[32];
   std::vector<Frame> heap_;
