@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   subject = subject.c_str();  // up to its first NUL, as callers pass it
   // Back-references make some runs polynomial of high degree in the
   // subject length: keep subjects short enough for a fuzzing pace.
-  if (pattern.size() > 1024 || subject.size() > 64) return 0;
+  if (pattern.size() > 256 || subject.size() > 24) return 0;
 
   qzregex *re = icase ? regex_icmp(pattern.c_str()) : regex_cmp(pattern.c_str());
   if (!re) return 0;
@@ -33,15 +33,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   char *s = static_cast<char *>(std::malloc(subject.size() + 1));
   std::memcpy(s, subject.c_str(), subject.size() + 1);
   const char *plain = llt_regex_exec_plain(re, s);
-  for (int round = 0; round < 2; ++round) {
-    const char *m = regex_exec(re, s);
-    if (m != plain) abort();
-    if (m && (m < s || m > s + subject.size())) abort();
-    if (m && re->anchored && m != s) abort();
-    for (int g = 0; g < QZREGEX_NGROUPS; ++g) {
-      for (const char *p : {re->group_start[g], re->group_end[g]})
-        if (p && (p < s || p > s + subject.size())) abort();
-    }
+  const char *m = regex_exec(re, s);
+  if (m != plain) abort();
+  if (m && (m < s || m > s + subject.size())) abort();
+  if (m && re->anchored && m != s) abort();
+  for (int g = 0; g < QZREGEX_NGROUPS; ++g) {
+    for (const char *p : {re->group_start[g], re->group_end[g]})
+      if (p && (p < s || p > s + subject.size())) abort();
   }
   std::free(s);
   regex_done(re);

@@ -36,14 +36,14 @@ uint32_t number(const char *s) { return static_cast<uint32_t>(std::atol(s)); }
 
 }  // namespace
 
-// The tuned value; 'malformed' set (and value returned) for a bad specification.
-unsigned long getenv_ulong_checked(const char *spec, unsigned long value_in, bool *malformed) noexcept {
+// The tuned value; 'malformed' set (and value returned) for a bad tuning string.
+unsigned long getenv_ulong_checked(const char *tuning, unsigned long value_in, bool *malformed) noexcept {
   *malformed = false;
   char name[kField + 1] = "", def[kField + 1] = "", lo[kField + 1] = "", hi[kField + 1] = "";
   bool have_max = false;
-  const char *eq = spec ? std::strchr(spec, '=') : nullptr;
+  const char *eq = tuning ? std::strchr(tuning, '=') : nullptr;
   if (eq) {
-    field(name, spec, eq);
+    field(name, tuning, eq);
     const char *rest = eq + 1;
     const char *comma = std::strchr(rest, ',');
     if (!comma) {
@@ -85,7 +85,7 @@ unsigned long getenv_ulong_checked(const char *spec, unsigned long value_in, boo
     r = min;
   else if (have_max && hi[0] && std::strcmp(hi, "*") != 0 && r > number(hi))
     r = number(hi);
-  dprintf(2, "getenv_ulong(%s, %lu) returning %lu\n", spec, value_in, static_cast<unsigned long>(r));
+  dprintf(2, "getenv_ulong(%s, %lu) returning %lu\n", tuning, value_in, static_cast<unsigned long>(r));
   return r;
 }
 
@@ -123,11 +123,11 @@ LL_API int qzputenv(const char *s) noexcept {
   return r;
 }
 
-LL_API unsigned long getenv_ulong(const char *spec, unsigned long value) noexcept {
+LL_API unsigned long getenv_ulong(const char *tuning, unsigned long value) noexcept {
   bool malformed;
-  const unsigned long r = ll::getenv_ulong_checked(spec, value, &malformed);
+  const unsigned long r = ll::getenv_ulong_checked(tuning, value, &malformed);
   if (malformed) {
-    printerr("getenv_ulong: improperly formated string '%s'\n", spec ? spec : "");
+    printerr("getenv_ulong: improperly formated string '%s'\n", tuning ? tuning : "");
     std::abort();
   }
   return r;
@@ -135,9 +135,9 @@ LL_API unsigned long getenv_ulong(const char *spec, unsigned long value) noexcep
 
 // Test and fuzzing seam: getenv_ulong without the abort; *malformed is set
 // to 1 where it would abort.
-LL_API unsigned long llt_getenv_ulong(const char *spec, unsigned long value, int *malformed) noexcept {
+LL_API unsigned long llt_getenv_ulong(const char *tuning, unsigned long value, int *malformed) noexcept {
   bool bad;
-  const unsigned long r = ll::getenv_ulong_checked(spec, value, &bad);
+  const unsigned long r = ll::getenv_ulong_checked(tuning, value, &bad);
   if (malformed) *malformed = bad;
   return r;
 }

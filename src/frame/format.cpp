@@ -34,7 +34,7 @@ enum Kind : unsigned char { kNoArg, kInt, kLong, kLLong, kIntmax, kSize, kPtrdif
 // What an argument is, for comparing a translation with its original.
 enum Class : unsigned char { cNone, cInt32, cInt64, cDouble, cLDouble, cStr, cWStr, cPtr };
 
-struct Spec {
+struct ConvSpec {
   const char *begin = nullptr;  // the '%'
   const char *end = nullptr;    // past the conversion character
   unsigned flags = 0;
@@ -138,8 +138,8 @@ int read_star_pos(const char *&p, bool &bad) {
 }
 
 // Parses the conversion starting at p (a '%'); returns the position after it.
-const char *parse(const char *p, Spec &s) {
-  s = Spec{};
+const char *parse(const char *p, ConvSpec &s) {
+  s = ConvSpec{};
   s.begin = p++;
   // argument number
   {
@@ -241,7 +241,7 @@ Kind int_kind(Len len) {
   }
 }
 
-Kind kind_of(const Spec &s) {
+Kind kind_of(const ConvSpec &s) {
   switch (s.conv) {
     case 'd': case 'i': case 'u': case 'o': case 'x': case 'X': return int_kind(s.len);
     case 'c': return kInt;
@@ -254,7 +254,7 @@ Kind kind_of(const Spec &s) {
 
 template <class T> constexpr Class int_class() { return sizeof(T) <= 4 ? cInt32 : cInt64; }
 
-Class class_of(const Spec &s) {
+Class class_of(const ConvSpec &s) {
   switch (kind_of(s)) {
     case kInt: return cInt32;
     case kLong: return int_class<long>();
@@ -302,7 +302,7 @@ Arg fetch(Kind k, VaList &v) {
 
 void pad_out(Sink &o, size_t n) { o.fill(' ', n); }
 
-void emit_int(Sink &o, const Spec &s, uintmax_t raw, unsigned flags, int width, int prec) {
+void emit_int(Sink &o, const ConvSpec &s, uintmax_t raw, unsigned flags, int width, int prec) {
   const char conv = s.conv;
   const bool is_signed = conv == 'd' || conv == 'i';
   uintmax_t mag;
@@ -477,7 +477,7 @@ void emit_wstr(Sink &o, const wchar_t *ws, unsigned flags, int width, int prec) 
 
 // Writes the conversion text used for the runtime: flags, width, precision,
 // 'L' for long double, the conversion. Width is left out when 'no_width'.
-void runtime_spec(char *out, const Spec &s, unsigned flags, int width, int prec, bool no_width) {
+void runtime_spec(char *out, const ConvSpec &s, unsigned flags, int width, int prec, bool no_width) {
   char *q = out;
   *q++ = '%';
   if (flags & kLeft) *q++ = '-';
@@ -502,19 +502,19 @@ void runtime_spec(char *out, const Spec &s, unsigned flags, int width, int prec,
   *q = 0;
 }
 
-int run_runtime(char *out, size_t cap, const char *spec, const Spec &s, const Arg &a) {
-  if (s.conv == 'p') return os::rt_format_pointer(out, cap, spec, a.p);
-  if (s.len == kBigL) return os::rt_format_ldouble(out, cap, spec, a.ld);
-  return os::rt_format_double(out, cap, spec, a.d);
+int run_runtime(char *out, size_t cap, const char *conv, const ConvSpec &s, const Arg &a) {
+  if (s.conv == 'p') return os::rt_format_pointer(out, cap, conv, a.p);
+  if (s.len == kBigL) return os::rt_format_ldouble(out, cap, conv, a.ld);
+  return os::rt_format_double(out, cap, conv, a.d);
 }
 
 // Floating-point and pointer conversions: the runtime's formatter.
-void emit_runtime(Sink &o, const Spec &s, const Arg &a, unsigned flags, int width, int prec) {
+void emit_runtime(Sink &o, const ConvSpec &s, const Arg &a, unsigned flags, int width, int prec) {
   const bool huge = width > kHugeWidth;
-  char spec[64];
-  runtime_spec(spec, s, flags, width, prec, huge);
+  char conv[64];
+  runtime_spec(conv, s, flags, width, prec, huge);
   char stack[512];
-  int n = run_runtime(stack, sizeof stack, spec, s, a);
+  int n = run_runtime(stack, sizeof stack, conv, s, a);
   if (n < 0) return;
   const char *text = stack;
   char *heap = nullptr;
@@ -529,7 +529,7 @@ void emit_runtime(Sink &o, const Spec &s, const Arg &a, unsigned flags, int widt
       o.advance(have);
       return;
     }
-    run_runtime(heap, want + 1, spec, s, a);
+    run_runtime(heap, want + 1, conv, s, a);
     text = heap;
   }
   const size_t written = have < sizeof stack ? have : std::strlen(text);
@@ -560,7 +560,7 @@ void emit_runtime(Sink &o, const Spec &s, const Arg &a, unsigned flags, int widt
   std::free(heap);
 }
 
-void emit(Sink &o, const Spec &s, const Arg &a, unsigned flags, int width, int prec) {
+void emit(Sink &o, const ConvSpec &s, const Arg &a, unsigned flags, int width, int prec) {
   switch (s.conv) {
     case 'd': case 'i': case 'u': case 'o': case 'x': case 'X':
       emit_int(o, s, a.u, flags, width, prec);
@@ -619,7 +619,7 @@ bool scan_numbered(const char *fmt, Kind kinds[kMaxArgs + 1], int &max_pos, bool
     if (pos > max_pos) max_pos = pos;
   };
   for (const char *p = fmt; (p = std::strchr(p, '%')) != nullptr;) {
-    Spec s;
+    ConvSpec s;
     p = parse(p, s);
     if (s.conv == '%' || s.conv == 0) continue;
     if (s.bad_pos) consistent = false;
@@ -653,7 +653,7 @@ size_t format_numbered(Sink &o, const char *fmt, VaList &v) {
       break;
     }
     o.put(p, static_cast<size_t>(pc - p));
-    Spec s;
+    ConvSpec s;
     p = parse(pc, s);
     if (s.conv == '%') {
       o.putc('%');
@@ -706,7 +706,7 @@ size_t format_plain(Sink &o, const char *fmt, VaList &v) {
       p = pc + 2;
       continue;
     }
-    Spec s;
+    ConvSpec s;
     p = parse(pc, s);
     if (s.conv == '%') {
       o.putc('%');
@@ -750,7 +750,7 @@ bool signature(const char *fmt, Class cls[kMaxArgs + 1], int &count) {
     if (pos > count) count = pos;
   };
   for (const char *p = fmt; (p = std::strchr(p, '%')) != nullptr;) {
-    Spec s;
+    ConvSpec s;
     p = parse(p, s);
     if (s.conv == '%' || s.conv == 0) continue;
     if (s.wstar) add(numbered ? s.wpos : ++next, cInt32);

@@ -33,11 +33,11 @@ const char *catalog_format(int number, const char *english) noexcept;
 
 namespace os {
 // One floating-point or pointer conversion by the runtime's own formatter.
-// 'spec' is the whole conversion ("%-12.3Lf"). Writes at most cap - 1 bytes
+// 'conv' is the whole conversion ("%-12.3Lf"). Writes at most cap - 1 bytes
 // and a terminator (cap > 0); returns the length the conversion needs, or -1.
-int rt_format_double(char *out, size_t cap, const char *spec, double v) noexcept;
-int rt_format_ldouble(char *out, size_t cap, const char *spec, long double v) noexcept;
-int rt_format_pointer(char *out, size_t cap, const char *spec, const void *p) noexcept;
+int rt_format_double(char *out, size_t cap, const char *conv, double v) noexcept;
+int rt_format_ldouble(char *out, size_t cap, const char *conv, long double v) noexcept;
+int rt_format_pointer(char *out, size_t cap, const char *conv, const void *p) noexcept;
 }  // namespace os
 
 }  // namespace ll

@@ -233,23 +233,32 @@ LL_API int qzcatopen(const char *name) noexcept {
     trace(1, "Message catalog \"%s\" NOT found.\n", path.c_str());
     return -1;
   }
-  std::lock_guard<std::mutex> l(g.lock);
-  try {
-    auto c = std::make_unique<Catalog>();
-    c->handle = h;
-    const Catalog::Entry *mark = find_text(*c, kOwnSet, kVersionMessage);
-    if (mark && mark->found && !mark->text.empty() && mark->text != "#1") {
-      trace(1, "Message catalog \"%s\" incompatible version.\n", path.c_str());
-      os::close(h);
-      return -1;
+  // Traces go out after the lock is released: the output layer may look up
+  // catalog texts itself.
+  int handle = -1;
+  bool incompatible = false;
+  {
+    std::lock_guard<std::mutex> l(g.lock);
+    try {
+      auto c = std::make_unique<Catalog>();
+      c->handle = h;
+      const Catalog::Entry *mark = find_text(*c, kOwnSet, kVersionMessage);
+      if (mark && mark->found && !mark->text.empty() && mark->text != "#1") {
+        incompatible = true;
+      } else {
+        g.open.push_back(std::move(c));
+        handle = static_cast<int>(g.open.size() - 1);
+      }
+    } catch (...) {
     }
-    g.open.push_back(std::move(c));
-  } catch (...) {
+  }
+  if (handle < 0) {
     os::close(h);
+    if (incompatible) trace(1, "Message catalog \"%s\" incompatible version.\n", path.c_str());
     return -1;
   }
   trace(1, "Message catalog \"%s\" found.\n", path.c_str());
-  return static_cast<int>(g.open.size() - 1);
+  return handle;
 }
 
 LL_API char *qzcatgets(int handle, int set, int number, const char *def) noexcept {

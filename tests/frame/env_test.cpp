@@ -10,7 +10,7 @@
 
 #include "lltest.h"
 
-extern "C" unsigned long llt_getenv_ulong(const char *spec, unsigned long value, int *malformed);
+extern "C" unsigned long llt_getenv_ulong(const char *tuning, unsigned long value, int *malformed);
 
 namespace {
 
@@ -45,10 +45,10 @@ TEST(Env, NonAsciiValuesComeBackAsUtf8) {
   EXPECT_EQ(r.out, "caf\xC3\xA9|1");  // each such call gives a fresh buffer
 }
 
-unsigned long tune(const char *spec, unsigned long value) {
+unsigned long tune(const char *tuning, unsigned long value) {
   int bad = -1;
-  const unsigned long r = llt_getenv_ulong(spec, value, &bad);
-  EXPECT_EQ(bad, 0) << spec;
+  const unsigned long r = llt_getenv_ulong(tuning, value, &bad);
+  EXPECT_EQ(bad, 0) << tuning;
   return r;
 }
 
@@ -81,10 +81,10 @@ TEST(Env, TunedNumbers) {
 }
 
 TEST(Env, MalformedSpecificationsAreFlagged) {
-  for (const char *spec : {"NOEQUALS", "=5", "NAME=", "NAME=,1:2", ""}) {
+  for (const char *tuning : {"NOEQUALS", "=5", "NAME=", "NAME=,1:2", ""}) {
     int bad = 0;
-    llt_getenv_ulong(spec, 1, &bad);
-    EXPECT_EQ(bad, 1) << spec;
+    llt_getenv_ulong(tuning, 1, &bad);
+    EXPECT_EQ(bad, 1) << tuning;
   }
   int bad = 0;
   llt_getenv_ulong(nullptr, 1, &bad);

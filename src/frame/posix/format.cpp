@@ -7,16 +7,16 @@ namespace ll::os {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-int rt_format_double(char *out, size_t cap, const char *spec, double v) noexcept {
-  return std::snprintf(out, cap, spec, v);
+int rt_format_double(char *out, size_t cap, const char *conv, double v) noexcept {
+  return std::snprintf(out, cap, conv, v);
 }
 
-int rt_format_ldouble(char *out, size_t cap, const char *spec, long double v) noexcept {
-  return std::snprintf(out, cap, spec, v);
+int rt_format_ldouble(char *out, size_t cap, const char *conv, long double v) noexcept {
+  return std::snprintf(out, cap, conv, v);
 }
 
-int rt_format_pointer(char *out, size_t cap, const char *spec, const void *p) noexcept {
-  return std::snprintf(out, cap, spec, p);
+int rt_format_pointer(char *out, size_t cap, const char *conv, const void *p) noexcept {
+  return std::snprintf(out, cap, conv, p);
 }
 #pragma GCC diagnostic pop
 

@@ -13,14 +13,14 @@ namespace {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-int run(char *out, size_t cap, const char *spec, ...) {
+int run(char *out, size_t cap, const char *conv, ...) {
   va_list ap, aq;
-  va_start(ap, spec);
+  va_start(ap, conv);
   va_copy(aq, ap);
-  const int need = _vscprintf(spec, ap);
+  const int need = _vscprintf(conv, ap);
   va_end(ap);
   if (need >= 0 && cap > 0) {
-    const int n = _vsnprintf(out, cap - 1, spec, aq);
+    const int n = _vsnprintf(out, cap - 1, conv, aq);
     out[(n >= 0 && static_cast<size_t>(n) < cap) ? static_cast<size_t>(n) : cap - 1] = 0;
   }
   va_end(aq);
@@ -30,21 +30,21 @@ int run(char *out, size_t cap, const char *spec, ...) {
 
 }  // namespace
 
-int rt_format_double(char *out, size_t cap, const char *spec, double v) noexcept {
-  return run(out, cap, spec, v);
+int rt_format_double(char *out, size_t cap, const char *conv, double v) noexcept {
+  return run(out, cap, conv, v);
 }
 
-int rt_format_ldouble(char *out, size_t cap, const char *spec, long double v) noexcept {
+int rt_format_ldouble(char *out, size_t cap, const char *conv, long double v) noexcept {
   char plain[64];
   size_t j = 0;
-  for (size_t i = 0; spec[i] && j + 1 < sizeof plain; ++i)
-    if (spec[i] != 'L') plain[j++] = spec[i];
+  for (size_t i = 0; conv[i] && j + 1 < sizeof plain; ++i)
+    if (conv[i] != 'L') plain[j++] = conv[i];
   plain[j] = 0;
   return run(out, cap, plain, static_cast<double>(v));
 }
 
-int rt_format_pointer(char *out, size_t cap, const char *spec, const void *p) noexcept {
-  return run(out, cap, spec, p);
+int rt_format_pointer(char *out, size_t cap, const char *conv, const void *p) noexcept {
+  return run(out, cap, conv, p);
 }
 
 }  // namespace ll::os

@@ -17,6 +17,7 @@
 #include <new>
 #include <string>
 
+#include "frame/output.h"
 #include "paths/paths.h"
 
 // The real system calls behind the names this library maps.
@@ -121,6 +122,7 @@ LL_API int qzfclose(FILE *fp) noexcept {
     errno = EINVAL;
     return EOF;
   }
+  ll::forget_fd_mark(fileno(fp));  // a later descriptor of that number starts unmarked
   return std::fclose(fp);
 }
 
@@ -143,7 +145,10 @@ LL_API int ll_creat64(const char *name, unsigned int mode) noexcept {
   return ll_open64(name, O_WRONLY | O_CREAT | O_TRUNC, mode);
 }
 
-LL_API int qzclose(int fd) noexcept { return close(fd); }
+LL_API int qzclose(int fd) noexcept {
+  ll::forget_fd_mark(fd);
+  return close(fd);
+}
 
 LL_API int64_t ll_lseek64(int fd, int64_t offset, int whence) noexcept {
   return static_cast<int64_t>(lseek(fd, static_cast<off_t>(offset), whence));

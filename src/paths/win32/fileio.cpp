@@ -18,6 +18,7 @@
 #include <new>
 #include <string>
 
+#include "frame/output.h"
 #include "paths/win32/wpaths.h"
 
 using namespace ll::paths;
@@ -167,6 +168,7 @@ LL_API int qzfclose(FILE *fp) noexcept {
     errno = EINVAL;
     return EOF;
   }
+  ll::forget_fd_mark(fileno(fp));  // a later descriptor of that number starts unmarked
   return std::fclose(fp);
 }
 
@@ -192,7 +194,10 @@ LL_API int ll_creat64(const char *name, unsigned int mode) noexcept {
   return ll_open64(name, O_WRONLY | O_CREAT | O_TRUNC, mode);
 }
 
-LL_API int qzclose(int fd) noexcept { return _close(fd); }
+LL_API int qzclose(int fd) noexcept {
+  ll::forget_fd_mark(fd);
+  return _close(fd);
+}
 
 LL_API int64_t ll_lseek64(int fd, int64_t offset, int whence) noexcept { return _lseeki64(fd, offset, whence); }
 
