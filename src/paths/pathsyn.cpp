@@ -208,46 +208,25 @@ void canon_reference(const char *name, char *buf, int sep_in) noexcept {
   }
 }
 
-}  // namespace ll::paths
+namespace {
 
-extern "C" {
-
-LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
-  if (!name || !buf) return;
-  const char sep = static_cast<char>(sep_in);
+// One pass of canonical form over [r, end) into region (which may be where
+// r points: the writer never passes the reader). Letters before 'colon' are
+// raised (the drive part). Returns the end of the output, or null when the
+// text holds nothing but separators.
+char *canon_pass(const char *r, const char *const end, char *const region, char sep, const char *colon) {
   const bool bs = sep == kBackslash;
   auto is_sep = [bs, sep](char c) { return c == sep || (bs && c == '/'); };
-  // UNC names take the general path; everything else is done in one pass.
-  if (bs && is_sep(name[0]) && is_sep(name[1])) {
-    canon_reference(name, buf, sep_in);
-    return;
-  }
-  size_t len = std::strlen(name);
-  if (bs && len && name[len - 1] == '"') --len;  // the stray closing quote
-  if (simple_canon(name, len, buf, sep)) return;
-  const char *r = name;
-  const char *const end = name + len;
-  const char *colon = nullptr;
-  if (bs) colon = static_cast<const char *>(std::memchr(name, ':', len));
-  if (!colon) colon = name;
-  char *const region = buf;
-  char *w = buf;
-  if (r == end) {
-    buf[0] = '/';
-    buf[1] = 0;
-    return;
-  }
+  char *w = region;
+  if (r == end) return region;
+  const bool overlap = region < end && r < region + (end - r);
   // The first character is a pair's leading character like a separator.
   {
     char c = *r++;
     if (is_sep(c)) {
       c = sep;
       while (r < end && is_sep(*r)) ++r;
-      if (r == end) {  // only separators
-        buf[0] = '/';
-        buf[1] = 0;
-        return;
-      }
+      if (r == end) return nullptr;  // only separators
     } else if (r <= colon && c >= 'a' && c <= 'z') {
       c = static_cast<char>(c - 32);
     }
@@ -265,16 +244,31 @@ LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
       *w++ = c;
       ++r;
     }
+    // Eight bytes at a time up to the next separator. A whole word is always
+    // stored (the output has room: w + 8 <= r + 8 <= end, mapped into region),
+    // except where it would overwrite input not yet read when working in place.
     while (end - r >= 8) {
       uint64_t x;
       std::memcpy(&x, r, 8);
-      uint64_t a = x ^ sep_word, b = x ^ slash_word;
+      const uint64_t a = x ^ sep_word, b = x ^ slash_word;
       uint64_t hit = ((a - kOnes) & ~a & kHigh);
       if (bs) hit |= ((b - kOnes) & ~b & kHigh);
-      if (hit) break;
-      std::memcpy(w, &x, 8);  // x already holds the bytes: in place is safe
-      w += 8;
-      r += 8;
+      if (!hit) {
+        std::memcpy(w, &x, 8);  // x already holds the bytes: in place is safe
+        w += 8;
+        r += 8;
+        continue;
+      }
+      // The first separator (little-endian: the lowest byte is the first);
+      // the borrow trick can only mark bytes after a true match, never before.
+      const size_t k = static_cast<size_t>(__builtin_ctzll(hit) >> 3);
+      if (!overlap || r == w || r - w >= 8)
+        std::memcpy(w, &x, 8);
+      else
+        std::memmove(w, r, k);
+      w += k;
+      r += k;
+      break;
     }
     while (r < end && !is_sep(*r)) *w++ = *r++;
     // Fold the pair just completed.
@@ -296,11 +290,44 @@ LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
     pair = w;
     *w++ = sep;
   }
-  *w = 0;
-  if (w == region) {
+  return w;
+}
+
+}  // namespace
+}  // namespace ll::paths
+
+extern "C" {
+
+LL_API void canon_dirsep(const char *name, char *buf, int sep_in) noexcept {
+  if (!name || !buf) return;
+  const char sep = static_cast<char>(sep_in);
+  const bool bs = sep == kBackslash;
+  auto is_sep = [bs, sep](char c) { return c == sep || (bs && c == '/'); };
+  if (bs && is_sep(name[0]) && is_sep(name[1])) {
+    // A UNC name: the host and share part is raised and kept as it is, and
+    // only the file path inside it is folded, in place.
+    if (buf != name) std::memmove(buf, name, std::strlen(name) + 1);
+    char *region = prepare_backslash(buf);
+    if (!region) return;
+    char *w = canon_pass(region, region + std::strlen(region), region, sep, region);
+    *(w ? w : region) = 0;
+    if (!*buf) {  // a name that only looked like UNC, folded away entirely
+      buf[0] = '/';
+      buf[1] = 0;
+    }
+    return;
+  }
+  size_t len = std::strlen(name);
+  if (bs && len && name[len - 1] == '"') --len;  // the stray closing quote
+  if (simple_canon(name, len, buf, sep)) return;
+  const char *colon = bs ? static_cast<const char *>(std::memchr(name, ':', len)) : nullptr;
+  char *w = canon_pass(name, name + len, buf, sep, colon ? colon : name);
+  if (!w || w == buf) {
     buf[0] = '/';
     buf[1] = 0;
+    return;
   }
+  *w = 0;
 }
 
 LL_API void canon(const char *name, char *buf) noexcept { canon_dirsep(name, buf, '\\'); }
