@@ -2,6 +2,7 @@
 // and saved records, and their printed form.
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <mutex>
 
 #include "frame/areas.h"
@@ -45,6 +46,7 @@ struct ErrThread {
   qzerror cur{};
   qzerror saved{};
   char *fmt = nullptr;
+  std::string first_text;  // the caller's text of the error that built the type table
   ~ErrThread() {
     std::free(saved.text);
     std::free(fmt);
@@ -181,7 +183,14 @@ LL_API void err_settype(int type, int count, const char *name, char **texts, int
 LL_API qzerror *err_setall(int type, int severity, int number, const char *text) noexcept {
   ErrTypes *t = ll::types();
   ErrThread *e = ll::errthr();
-  if (!t->slot[1].count) ll::builtins(t);
+  if (!t->slot[1].count) {
+    // Building the table runs dozens of catalog lookups, which cycle the
+    // catalog's ring of result buffers: a caller's text that came from the
+    // ring would be overwritten before the record points at it. Keep a copy.
+    if (text) e->first_text = text;
+    ll::builtins(t);
+    if (text) text = e->first_text.c_str();
+  }
   const char *chosen = t->unknown[0];
   int sev = 0;
   if (type >= 1 && type <= QZERR_MAXTYPE && t->slot[type].count) {

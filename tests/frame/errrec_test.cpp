@@ -171,3 +171,20 @@ TEST(ErrRec, PrintedLines) {
 }
 
 }  // namespace
+
+// The first error of a process builds the type table through the catalog,
+// whose 20 result buffers it cycles: a text that came from the catalog must
+// survive that.
+LLTEST_CHILD(first_error_keeps_catalog_text) {
+  qzinit("first");
+  char *text = qzcatgets(Catd, 17, 9999, "a text from the catalog ring");
+  qzerror *e = err_setall(8, 3, 5, text);
+  std::printf("%s\n", e->text);
+  return 0;
+}
+
+TEST(ErrRec, FirstErrorKeepsACatalogText) {
+  auto r = lltest::run_child("first_error_keeps_catalog_text");
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.out, "a text from the catalog ring\n");
+}
