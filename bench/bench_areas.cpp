@@ -1,6 +1,6 @@
 // Data-area lookup on the hit path against a plain thread_local read, on one
 // thread and on two. Prints "ratio" counters: lookup time / thread_local time.
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 
 #include <liblocal/frame.h>
 
@@ -59,40 +59,22 @@ BENCHMARK(BM_T_GetDataAreaPtr_hit)->Threads(1)->Threads(2);
 BENCHMARK(BM_P_GetDataAreaPtr_hit)->Threads(1)->Threads(2);
 
 // Prints the ratios of the hit paths to the thread_local read.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    // CPU time per iteration: wall time is meaningless on a loaded machine.
-    for (const auto &r : runs) results_.push_back({r.benchmark_name(), r.GetAdjustedCPUTime()});
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    for (const char *threads : {"threads:1", "threads:2"}) {
-      double read = 0, call = 0;
-      for (auto &r : results_) {
-        if (r.first.find(threads) == std::string::npos) continue;
-        if (r.first.find("thread_local_read") != std::string::npos) read = r.second;
-        if (r.first.find("thread_local_call") != std::string::npos) call = r.second;
-      }
-      for (auto &r : results_)
-        if (r.first.find("GetDataAreaPtr") != std::string::npos && r.first.find(threads) != std::string::npos &&
-            read > 0 && call > 0)
-          std::printf("ratio %-36s %5.2fx a thread_local read behind a call (goal <= 3.0x); %5.2fx an inline read\n",
-                      r.first.c_str(), r.second / call, r.second / read);
+void print_ratios(const llbench::Results &results_) {
+  for (const char *threads : {"threads:1", "threads:2"}) {
+    double read = 0, call = 0;
+    for (auto &r : results_) {
+      if (r.first.find(threads) == std::string::npos) continue;
+      if (r.first.find("thread_local_read") != std::string::npos) read = r.second;
+      if (r.first.find("thread_local_call") != std::string::npos) call = r.second;
     }
+    for (auto &r : results_)
+      if (r.first.find("GetDataAreaPtr") != std::string::npos && r.first.find(threads) != std::string::npos &&
+          read > 0 && call > 0)
+        std::printf("ratio %-36s %5.2fx a thread_local read behind a call (goal <= 3.0x); %5.2fx an inline read\n",
+                    r.first.c_str(), r.second / call, r.second / read);
   }
-
- private:
-  std::vector<std::pair<std::string, double>> results_;
-};
+}
 
 }  // namespace
 
-int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char **argv) { return llbench::run(argc, argv, print_ratios); }

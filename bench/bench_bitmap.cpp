@@ -2,7 +2,7 @@
 // (a word at a time) against a bit-by-bit loop over the same words. Prints
 // "ratio" lines: bit-by-bit time / library time (goal >= 20x), in CPU time
 // (the benchmark is single-threaded; CPU time is steadier on a shared host).
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 
 #include <cstdio>
 #include <random>
@@ -78,36 +78,19 @@ BENCHMARK(BM_next_set_bitwise)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_next_clr_library)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_next_clr_bitwise)->Unit(benchmark::kMillisecond);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) times_.push_back({r.benchmark_name(), r.GetAdjustedCPUTime()});
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    for (const char *op : {"next_set", "next_clr"}) {
-      double lib = 0, peer = 0;
-      for (auto &t : times_) {
-        if (t.first.find(op) == std::string::npos) continue;
-        (t.first.find("library") != std::string::npos ? lib : peer) = t.second;
-      }
-      if (lib > 0)
-        std::printf("ratio qzbitmap_%s %.1fx the bit-by-bit loop (16-Mbit map, 1 bit in 4096; goal >= 20x)\n", op,
-                    peer / lib);
+void print_ratios(const llbench::Results &times_) {
+  for (const char *op : {"next_set", "next_clr"}) {
+    double lib = 0, peer = 0;
+    for (auto &t : times_) {
+      if (t.first.find(op) == std::string::npos) continue;
+      (t.first.find("library") != std::string::npos ? lib : peer) = t.second;
     }
+    if (lib > 0)
+      std::printf("ratio qzbitmap_%s %.1fx the bit-by-bit loop (16-Mbit map, 1 bit in 4096; goal >= 20x)\n", op,
+                  peer / lib);
   }
-
- private:
-  std::vector<std::pair<std::string, double>> times_;
-};
+}
 
 }  // namespace
 
-int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char **argv) { return llbench::run(argc, argv, print_ratios); }

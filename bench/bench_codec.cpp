@@ -2,7 +2,7 @@
 // mixed corpus. Blocks cv_compress refuses are kept raw and copied back, as a
 // caller stores them. Prints speed ratios to LZ4 (goals: >= 0.35x compress,
 // >= 0.40x decompress).
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 #include <lz4.h>
 
 #include <cstdio>
@@ -103,38 +103,15 @@ BENCHMARK(BM_lz4_compress)->Unit(benchmark::kMillisecond)->MinTime(2);
 BENCHMARK(BM_cv_decompress)->Unit(benchmark::kMillisecond)->MinTime(2);
 BENCHMARK(BM_lz4_decompress)->Unit(benchmark::kMillisecond)->MinTime(2);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) time_[r.benchmark_name()] = r.GetAdjustedCPUTime();
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    auto ratio = [&](const char *ours, const char *peer, double goal) {
-      const double a = find(ours), b = find(peer);
-      if (a > 0 && b > 0)
-        std::printf("ratio %-18s %.2fx LZ4's speed (goal >= %.2fx)\n", ours + 3, b / a, goal);
-    };
-    ratio("BM_cv_compress", "BM_lz4_compress", 0.35);
-    ratio("BM_cv_decompress", "BM_lz4_decompress", 0.40);
-  }
-
- private:
-  double find(const std::string &prefix) {
-    for (auto &[k, v] : time_)
-      if (k.rfind(prefix, 0) == 0) return v;
-    return 0;
-  }
-  std::map<std::string, double> time_;
-};
+void print_ratios(const llbench::Results &results) {
+  auto ratio = [&](const char *ours, const char *peer, double goal) {
+    const double a = llbench::time_of(results, ours), b = llbench::time_of(results, peer);
+    if (a > 0 && b > 0) std::printf("ratio %-18s %.2fx LZ4's speed (goal >= %.2fx)\n", ours + 3, b / a, goal);
+  };
+  ratio("BM_cv_compress", "BM_lz4_compress", 0.35);
+  ratio("BM_cv_decompress", "BM_lz4_decompress", 0.40);
+}
 
 }  // namespace
 
-int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char **argv) { return llbench::run(argc, argv, print_ratios); }

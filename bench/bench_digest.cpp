@@ -5,7 +5,7 @@
 //
 //   bench_digest --crc-file PATH   prints crc() of a file like cksum does
 //   (bench_crc_file.sh compares that, as a whole process, with cksum).
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 #include <fcntl.h>
 #include <openssl/evp.h>
 #include <unistd.h>
@@ -127,29 +127,18 @@ BENCHMARK(BM_openssl_sha1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_update_posix_crc)->Arg(kSmall)->Arg(kBig)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_slice8)->Arg(kSmall)->Arg(kBig)->Unit(benchmark::kMillisecond);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) time_[r.benchmark_name()] = r.GetAdjustedCPUTime();
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    auto ratio = [&](const std::string &ours, const std::string &peer, const char *what, double goal) {
-      if (time_.count(ours) && time_.count(peer))
-        std::printf("ratio %-28s %.2fx %s (goal >= %.1fx)\n", ours.c_str() + 3, time_[peer] / time_[ours], what,
-                    goal);
-    };
-    ratio("BM_sha_update/-1", "BM_openssl_sha1", "OpenSSL SHA-1", 0.8);
-    ratio("BM_sha_update/0", "BM_openssl_sha1", "OpenSSL SHA-1 (portable path)", 0);
-    ratio("BM_sha_update/1", "BM_openssl_sha1", "OpenSSL SHA-1 (SSSE3 schedule)", 0);
-    ratio("BM_update_posix_crc/1048576", "BM_slice8/1048576", "slice-by-8, 1 MiB in cache", 3);
-    ratio("BM_update_posix_crc/1073741824", "BM_slice8/1073741824", "slice-by-8, 1 GiB", 3);
-  }
-
- private:
-  std::map<std::string, double> time_;
-};
+void print_ratios(const llbench::Results &results) {
+  std::map<std::string, double> time(results.begin(), results.end());
+  auto ratio = [&](const std::string &ours, const std::string &peer, const char *what, double goal) {
+    if (time.count(ours) && time.count(peer))
+      std::printf("ratio %-28s %.2fx %s (goal >= %.1fx)\n", ours.c_str() + 3, time[peer] / time[ours], what, goal);
+  };
+  ratio("BM_sha_update/-1", "BM_openssl_sha1", "OpenSSL SHA-1", 0.8);
+  ratio("BM_sha_update/0", "BM_openssl_sha1", "OpenSSL SHA-1 (portable path)", 0);
+  ratio("BM_sha_update/1", "BM_openssl_sha1", "OpenSSL SHA-1 (SSSE3 schedule)", 0);
+  ratio("BM_update_posix_crc/1048576", "BM_slice8/1048576", "slice-by-8, 1 MiB in cache", 3);
+  ratio("BM_update_posix_crc/1073741824", "BM_slice8/1073741824", "slice-by-8, 1 GiB", 3);
+}
 
 }  // namespace
 
@@ -161,9 +150,5 @@ int main(int argc, char **argv) {
     std::printf("%u %u %s\n", v, n, argv[2]);
     return 0;
   }
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return llbench::run(argc, argv, print_ratios);
 }

@@ -2,7 +2,7 @@
 // of the mixed codec corpus. gzip runs as a whole process writing to
 // /dev/null (best of 5, CPU time of the process); dcmprss decodes the stream, header removed, into
 // memory. Prints the throughput ratio (goal >= 1.5x).
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 
 #include <sys/resource.h>
 
@@ -64,7 +64,6 @@ Data &data() {
   return d;
 }
 
-double g_ours = 0;
 
 void BM_dcmprss(benchmark::State &state) {
   Data &d = data();
@@ -74,25 +73,14 @@ void BM_dcmprss(benchmark::State &state) {
 }
 BENCHMARK(BM_dcmprss)->Unit(benchmark::kMillisecond)->MinTime(2);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) g_ours = r.GetAdjustedCPUTime() / 1e3;  // ms -> s
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    if (g_ours > 0)
-      std::printf("ratio dcmprss %.2fx the throughput of gzip -dc (goal >= 1.5x)\n", data().gzip_seconds / g_ours);
-  }
-};
+void print_ratios(const llbench::Results &results) {
+  const double ours = results.empty() ? 0 : results.back().second / 1e3;  // ms -> s
+  if (ours > 0)
+    std::printf("ratio dcmprss %.2fx the throughput of gzip -dc (goal >= 1.5x)\n", data().gzip_seconds / ours);
+}
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return llbench::run(argc, argv, print_ratios);
 }

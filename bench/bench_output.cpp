@@ -2,7 +2,7 @@
 // library formatter against the runtime's snprintf on plain ASCII %s/%d
 // formats (goal >= 0.5x the runtime's speed, i.e. time ratio <= 2.0).
 // Ratios use CPU time: the build machine is shared.
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 
 #include <cstdio>
 #include <string>
@@ -86,39 +86,22 @@ BENCHMARK(BM_qzsnprintf_ascii);
 BENCHMARK(BM_snprintf_widths);
 BENCHMARK(BM_qzsnprintf_widths);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) results_.push_back({r.benchmark_name(), r.GetAdjustedCPUTime()});
+void print_ratios(const llbench::Results &results_) {
+  auto t = [&](const char *name) {
+    for (auto &r : results_)
+      if (r.first == name) return r.second;
+    return 0.0;
+  };
+  std::printf("disabled dprintf: %.2f ns per call through the header, %.2f ns for the bare call (goal <= 5 ns)\n",
+              t("BM_dprintf_disabled"), t("BM_ll_dprintf_call_disabled"));
+  for (const char *kind : {"ascii", "widths"}) {
+    const double rt = t((std::string("BM_snprintf_") + kind).c_str());
+    const double lib = t((std::string("BM_qzsnprintf_") + kind).c_str());
+    if (rt > 0 && lib > 0)
+      std::printf("ratio qzsnprintf/%-7s %.2fx the speed of snprintf (goal >= 0.5x)\n", kind, rt / lib);
   }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    auto t = [this](const char *name) {
-      for (auto &r : results_)
-        if (r.first == name) return r.second;
-      return 0.0;
-    };
-    std::printf("disabled dprintf: %.2f ns per call through the header, %.2f ns for the bare call (goal <= 5 ns)\n",
-                t("BM_dprintf_disabled"), t("BM_ll_dprintf_call_disabled"));
-    for (const char *kind : {"ascii", "widths"}) {
-      const double rt = t((std::string("BM_snprintf_") + kind).c_str());
-      const double lib = t((std::string("BM_qzsnprintf_") + kind).c_str());
-      if (rt > 0 && lib > 0)
-        std::printf("ratio qzsnprintf/%-7s %.2fx the speed of snprintf (goal >= 0.5x)\n", kind, rt / lib);
-    }
-  }
-
- private:
-  std::vector<std::pair<std::string, double>> results_;
-};
+}
 
 }  // namespace
 
-int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char **argv) { return llbench::run(argc, argv, print_ratios); }

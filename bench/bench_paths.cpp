@@ -2,7 +2,7 @@
 // names, drive-relative names, mixed separators), one pass over the corpus
 // per iteration, against memcpy of the same bytes measured in the same run.
 // Prints the canon/memcpy ratio (goal: at most 8x) and calls per second.
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 
 #include <cstdio>
 #include <cstring>
@@ -94,35 +94,18 @@ BENCHMARK(BM_memcpy);
 BENCHMARK(BM_canon);
 BENCHMARK(BM_fullcanon);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) results_.push_back({r.benchmark_name(), r.GetAdjustedRealTime()});
+void print_ratios(const llbench::Results &results_) {
+  double base = 0;
+  for (auto &r : results_)
+    if (r.first == "BM_memcpy") base = r.second;
+  const double n = static_cast<double>(corpus().paths.size());
+  for (auto &r : results_) {
+    if (r.first == "BM_memcpy" || base <= 0) continue;
+    std::printf("ratio %-14s %.2fx memcpy (goal for canon <= 8.0x), %.0f calls per second\n", r.first.c_str(),
+                r.second / base, n / (r.second * 1e-9));
   }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    double base = 0;
-    for (auto &r : results_)
-      if (r.first == "BM_memcpy") base = r.second;
-    const double n = static_cast<double>(corpus().paths.size());
-    for (auto &r : results_) {
-      if (r.first == "BM_memcpy" || base <= 0) continue;
-      std::printf("ratio %-14s %.2fx memcpy (goal for canon <= 8.0x), %.0f calls per second\n", r.first.c_str(),
-                  r.second / base, n / (r.second * 1e-9));
-    }
-  }
-
- private:
-  std::vector<std::pair<std::string, double>> results_;
-};
+}
 
 }  // namespace
 
-int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char **argv) { return llbench::run(argc, argv, print_ratios); }

@@ -2,7 +2,7 @@
 // start asked for) on the same patterns over a log corpus built here: one
 // call per line, as callers select names and lines. Prints "ratio" lines:
 // regexec time / regex_exec time (goal >= 1.0x).
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 #include <regex.h>
 
 #include <cstdio>
@@ -92,38 +92,21 @@ void BM_regexec(benchmark::State &state) {
 BENCHMARK(BM_regex_exec)->DenseRange(0, 5)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_regexec)->DenseRange(0, 5)->Unit(benchmark::kMillisecond);
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) times_.push_back({r.benchmark_name(), r.GetAdjustedCPUTime()});
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    for (size_t i = 0; i < std::size(kCases); ++i) {
-      double ours = 0, theirs = 0;
-      const std::string suffix = "/" + std::to_string(i);
-      for (auto &t : times_) {
-        if (t.first.size() < suffix.size() || t.first.compare(t.first.size() - suffix.size(), suffix.size(), suffix))
-          continue;
-        (t.first.find("regex_exec") != std::string::npos ? ours : theirs) = t.second;
-      }
-      if (ours > 0)
-        std::printf("ratio regex_exec %-12s %-26s %.2fx regexec (goal >= 1.0x)\n", kCases[i].kind, kCases[i].pattern,
-                    theirs / ours);
+void print_ratios(const llbench::Results &times_) {
+  for (size_t i = 0; i < std::size(kCases); ++i) {
+    double ours = 0, theirs = 0;
+    const std::string suffix = "/" + std::to_string(i);
+    for (auto &t : times_) {
+      if (t.first.size() < suffix.size() || t.first.compare(t.first.size() - suffix.size(), suffix.size(), suffix))
+        continue;
+      (t.first.find("regex_exec") != std::string::npos ? ours : theirs) = t.second;
     }
+    if (ours > 0)
+      std::printf("ratio regex_exec %-12s %-26s %.2fx regexec (goal >= 1.0x)\n", kCases[i].kind, kCases[i].pattern,
+                  theirs / ours);
   }
-
- private:
-  std::vector<std::pair<std::string, double>> times_;
-};
+}
 
 }  // namespace
 
-int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char **argv) { return llbench::run(argc, argv, print_ratios); }

@@ -2,7 +2,7 @@
 // same run: an uncontended lock+unlock, a ping-pong between two threads over
 // condition variables, and a thread's create+wait+destroy. Prints "ratio"
 // lines with the goal of each.
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 
 #include <cstdio>
 #include <string>
@@ -178,35 +178,19 @@ BENCHMARK(BM_qz_cond_pingpong)->UseRealTime();
 BENCHMARK(BM_native_thread)->UseRealTime();
 BENCHMARK(BM_qz_thread)->UseRealTime();
 
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) times_.push_back({r.benchmark_name(), r.GetAdjustedRealTime()});
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
+void print_ratios(const llbench::Results &times) {
 #ifdef _WIN32
-    const char *mtx = "CRITICAL_SECTION", *cv = "CONDITION_VARIABLE", *thr = "CreateThread+Wait";
+  const char *mtx = "CRITICAL_SECTION", *cv = "CONDITION_VARIABLE", *thr = "CreateThread+Wait";
 #else
-    const char *mtx = "pthread_mutex", *cv = "pthread_cond", *thr = "pthread_create+join";
+  const char *mtx = "pthread_mutex", *cv = "pthread_cond", *thr = "pthread_create+join";
 #endif
-    const double m = time_of("BM_qz_mtx") / time_of("BM_native_mutex");
-    const double p = time_of("BM_native_pingpong") / time_of("BM_qz_cond_pingpong");
-    const double t = time_of("BM_qz_thread") / time_of("BM_native_thread");
-    std::printf("ratio qz_mtx_lock+unlock        %.2fx the time of %s (goal <= 1.5x)\n", m, mtx);
-    std::printf("ratio qz_cond ping-pong         %.2fx the round trips of %s (goal >= 0.7x)\n", p, cv);
-    std::printf("ratio qz_thr_create+wait+destroy %.2fx the time of %s (goal <= 1.5x)\n", t, thr);
-  }
-
- private:
-  double time_of(const std::string &name) const {
-    for (const auto &r : times_)
-      if (r.first.rfind(name, 0) == 0) return r.second;
-    return 0;
-  }
-  std::vector<std::pair<std::string, double>> times_;
-};
+  const double m = llbench::time_of(times, "BM_qz_mtx") / llbench::time_of(times, "BM_native_mutex");
+  const double p = llbench::time_of(times, "BM_native_pingpong") / llbench::time_of(times, "BM_qz_cond_pingpong");
+  const double t = llbench::time_of(times, "BM_qz_thread") / llbench::time_of(times, "BM_native_thread");
+  std::printf("ratio qz_mtx_lock+unlock        %.2fx the time of %s (goal <= 1.5x)\n", m, mtx);
+  std::printf("ratio qz_cond ping-pong         %.2fx the round trips of %s (goal >= 0.7x)\n", p, cv);
+  std::printf("ratio qz_thr_create+wait+destroy %.2fx the time of %s (goal <= 1.5x)\n", t, thr);
+}
 
 }  // namespace
 
@@ -217,9 +201,5 @@ int main(int argc, char **argv) {
   // always has one (the process-event listener), so measure both sides in
   // that state.
   std::thread([] {}).join();
-  benchmark::Initialize(&argc, argv);
-  RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return llbench::run(argc, argv, print_ratios);
 }
