@@ -1,6 +1,6 @@
 // Catalog lookups on a hit (goal: <= 1 us) and qzstrcmp against strcmp on
 // texts without tags (goal: <= 2x). Prints the figures (CPU time) after the run.
-#include <benchmark/benchmark.h>
+#include "ratio_main.h"
 
 #include <liblocal/catalog.h>
 #include <liblocal/frame.h>
@@ -79,30 +79,15 @@ BENCHMARK(BM_qzcatgets_no_catalog);
 BENCHMARK(BM_strcmp);
 BENCHMARK(BM_qzstrcmp);
 
-class FigureReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run> &runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const auto &r : runs) ns_[r.benchmark_name()] = r.GetAdjustedCPUTime();
-  }
-  void Finalize() override {
-    ConsoleReporter::Finalize();
-    if (ns_.count("BM_qzcatgets_hit"))
-      std::printf("figure qzcatgets hit: %.1f ns (goal <= 1000 ns)\n", ns_["BM_qzcatgets_hit"]);
-    if (ns_.count("BM_strcmp") && ns_["BM_strcmp"] > 0)
-      std::printf("ratio  qzstrcmp / strcmp: %.2fx (goal <= 2.0x)\n", ns_["BM_qzstrcmp"] / ns_["BM_strcmp"]);
-  }
-
- private:
-  std::map<std::string, double> ns_;
-};
+void print_ratios(const llbench::Results &results) {
+  std::map<std::string, double> ns(results.begin(), results.end());
+  if (ns.count("BM_qzcatgets_hit")) std::printf("figure qzcatgets hit: %.1f ns (goal <= 1000 ns)\n", ns["BM_qzcatgets_hit"]);
+  if (ns.count("BM_strcmp") && ns["BM_strcmp"] > 0)
+    std::printf("ratio  qzstrcmp / strcmp: %.2fx (goal <= 2.0x)\n", ns["BM_qzstrcmp"] / ns["BM_strcmp"]);
+}
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  benchmark::Initialize(&argc, argv);
-  FigureReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  return 0;
+  return llbench::run(argc, argv, print_ratios);
 }

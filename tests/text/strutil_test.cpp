@@ -8,7 +8,6 @@
 #include <cstring>
 #include <set>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -67,20 +66,6 @@ TEST(Strutil, NumberRingKeepsNineteenTexts) {
   EXPECT_EQ(seen.size(), 20u);
   EXPECT_STREQ(first, "111");
   EXPECT_EQ(qz_uint64str(999), first);  // the 21st reuses the first (same length: same place)
-}
-
-TEST(Strutil, NumberRingUnderThreads) {
-  std::vector<std::thread> ts;
-  std::atomic<int> bad{0};
-  for (int t = 0; t < 4; ++t)
-    ts.emplace_back([&bad, t] {
-      for (int i = 0; i < 2000; ++i) {
-        char *s = qz_int64str(-(t * 100000 + i));
-        if (std::strtoll(s, nullptr, 10) != -(t * 100000 + i)) ++bad;
-      }
-    });
-  for (auto &t : ts) t.join();
-  EXPECT_EQ(bad.load(), 0);
 }
 
 TEST(Strutil, UnsignedParser) {
