@@ -6,12 +6,14 @@
 #include <liblocal/wfile.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "frame/areas.h"
+#include "frame/output.h"
 #include "frame/init_steps.h"
 #include "paths/paths.h"
 
@@ -193,6 +195,16 @@ void dtree_handlers() noexcept {}
 }  // namespace ll::init
 
 extern "C" {
+
+LL_API int qzfclose(FILE *fp) noexcept {
+  if (!fp) {
+    errno = EINVAL;
+    return EOF;
+  }
+  ll::forget_fd_mark(fileno(fp));  // a later descriptor of that number starts unmarked
+  return std::fclose(fp);
+}
+
 
 LL_API int fmatch_case(const char *pattern, const char *name, int icase) noexcept {
   if (!pattern || !name) return 0;

@@ -36,15 +36,6 @@ void sleep_ms(uint32_t ms) noexcept {
   }
 }
 
-bool get_env(const char *name, std::string &out) noexcept {
-  const char *v = getenv(name);
-  if (!v) return false;
-  out = v;
-  return true;
-}
-
-const char *get_env_ptr(const char *name) noexcept { return getenv(name); }
-
 std::string temp_dir() noexcept {
   const char *t = getenv("TMPDIR");
   std::string d = (t && *t) ? t : "/tmp";

@@ -34,15 +34,6 @@ uint32_t thread_id() noexcept { return GetCurrentThreadId(); }
 uint32_t tick_ms() noexcept { return GetTickCount(); }
 void sleep_ms(uint32_t ms) noexcept { Sleep(ms); }
 
-bool get_env(const char *name, std::string &out) noexcept {
-  const char *v = getenv(name);
-  if (!v) return false;
-  out = v;
-  return true;
-}
-
-const char *get_env_ptr(const char *name) noexcept { return getenv(name); }
-
 std::string temp_dir() noexcept {
   wchar_t buf[MAX_PATH + 2];
   DWORD n = GetTempPathW(MAX_PATH + 1, buf);

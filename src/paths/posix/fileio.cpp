@@ -117,15 +117,6 @@ LL_API FILE *qzfopen(const char *name, const char *mode) noexcept {
   return std::fopen(name, mode);
 }
 
-LL_API int qzfclose(FILE *fp) noexcept {
-  if (!fp) {
-    errno = EINVAL;
-    return EOF;
-  }
-  ll::forget_fd_mark(fileno(fp));  // a later descriptor of that number starts unmarked
-  return std::fclose(fp);
-}
-
 LL_API int ll_open64(const char *name, int flags, ...) noexcept {
   unsigned mode = 0;
   if (flags & O_CREAT) {
