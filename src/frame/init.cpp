@@ -73,11 +73,17 @@ void convert_arguments(int argc, char **argv) {
 
 }  // namespace
 
-// Developer switches, set from a debugger.
+// Developer switches, set from a debugger (or another thread): plain words
+// that the library reads and writes atomically.
 extern "C" {
 volatile int qz_debug_wait_requested = 0;
 volatile int qz_debug_wait_pending = 0;
 }
+
+namespace {
+int flag_get(volatile int &f) { return __atomic_load_n(&f, __ATOMIC_RELAXED); }
+void flag_set(volatile int &f, int v) { __atomic_store_n(&f, v, __ATOMIC_RELAXED); }
+}  // namespace
 
 namespace ll {
 
@@ -174,11 +180,11 @@ LL_API long *get_saved_gids(long *real, long *effective) noexcept {
 }
 
 LL_API void debug_check(const char *name) noexcept {
-  if (qz_debug_wait_requested) {
-    qz_debug_wait_requested = 0;
-    qz_debug_wait_pending = 1;
+  if (flag_get(qz_debug_wait_requested)) {
+    flag_set(qz_debug_wait_requested, 0);
+    flag_set(qz_debug_wait_pending, 1);
   } else {
-    if (!qz_debug_wait_pending) return;
+    if (!flag_get(qz_debug_wait_pending)) return;
     const char *list = ll::os::get_env_ptr("BSW_DEBUGPROCS");
     if (!list || !name) return;
     const size_t n = std::strlen(name);
@@ -203,7 +209,7 @@ LL_API void debug_check(const char *name) noexcept {
     }
     if (!match) return;
   }
-  while (qz_debug_wait_pending) {
+  while (flag_get(qz_debug_wait_pending)) {
     char line[64];
     std::snprintf(line, sizeof line, "%d waiting to be debugged\n", static_cast<int>(ll::os::process_id()));
     ll::frame_trace(0, line);
@@ -223,7 +229,7 @@ LL_API int qz_read_debug_control(void) noexcept {
 }
 
 // Test seams.
-LL_API void llt_set_debug_pending(int v) noexcept { qz_debug_wait_pending = v; }
+LL_API void llt_set_debug_pending(int v) noexcept { flag_set(qz_debug_wait_pending, v); }
 LL_API int llt_registry_count(void) noexcept { return ll::registry_count(); }
 
 }  // extern "C"

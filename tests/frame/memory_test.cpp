@@ -58,7 +58,9 @@ LLTEST_CHILD(xmalloc_failure) {
 }
 
 TEST(Memory, FailureHandlerIsCalledWithTheSize) {
-  auto r = lltest::run_child("xmalloc_failure", {}, {"ASAN_OPTIONS=allocator_may_return_null=1"});
+  // The sanitizers' allocators must answer a failure the way malloc does.
+  auto r = lltest::run_child("xmalloc_failure", {},
+                             {"ASAN_OPTIONS=allocator_may_return_null=1", "TSAN_OPTIONS=allocator_may_return_null=1"});
   EXPECT_EQ(r.exit_code, 7) << r.err;
   EXPECT_EQ(r.out, "failed " + std::to_string(SIZE_MAX / 2) + "\n");
 }
