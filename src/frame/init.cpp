@@ -31,7 +31,8 @@ void frame_trace(int level, const char *text) noexcept;
 
 namespace {
 
-std::atomic<int> g_initialised{0};
+std::atomic<int> g_initialised{0};  // the first-time work is done
+std::atomic<int> g_completed{0};    // a whole _qzinit has run
 std::mutex g_init_lock;
 std::atomic<int> g_threads_in_use{0};
 int g_print_uids = 0;
@@ -86,6 +87,8 @@ void flag_set(volatile int &f, int v) { __atomic_store_n(&f, v, __ATOMIC_RELAXED
 }  // namespace
 
 namespace ll {
+
+bool init::completed() noexcept { return g_completed.load(std::memory_order_acquire) != 0; }
 
 // Parses one "word = number" assignment. The word is compared with "Debug"
 // and "Vflag" by a comparison that, as the library has always built it, finds
@@ -142,6 +145,7 @@ LL_API void _qzinit(const char *name, int argc, char **argv) noexcept {
   }
   ll::init::clear_opterr();
   convert_arguments(argc, argv);
+  g_completed.store(1, std::memory_order_release);
 }
 
 LL_API void qzinit(const char *name) noexcept { _qzinit(name, 0, nullptr); }

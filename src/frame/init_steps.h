@@ -15,4 +15,7 @@ void set_privileges() noexcept;                      // 10: process privileges
 void dtree_handlers() noexcept;                      // 11: directory-walk handlers
 const char *temp_dir() noexcept;                     // 12: temporary directory (UTF-8)
 void clear_opterr() noexcept;                        // 14: opterr = 0
+
+// True once a call of _qzinit has run to its end in this process.
+bool completed() noexcept;
 }  // namespace ll::init

@@ -59,7 +59,6 @@ State &g = *new State;  // never destroyed: lookups may run during exit
 
 // Lookups of other sets wait for the end of initialisation (set by the
 // locale step).
-std::atomic<bool> g_initialised{false};
 
 char *copy_text(char *buf, const char *text) noexcept {
   if (!text) text = "";
@@ -197,10 +196,7 @@ int letter_of(int number, const char *english) noexcept {
 }  // namespace
 
 namespace ll::init {
-void locale_and_catalog(const char *name) noexcept {
-  setup_locale(name);
-  g_initialised.store(true, std::memory_order_release);
-}
+void locale_and_catalog(const char *name) noexcept { setup_locale(name); }
 }  // namespace ll::init
 
 extern "C" {
@@ -265,7 +261,7 @@ LL_API char *qzcatgets(int handle, int set, int number, const char *def) noexcep
   std::lock_guard<std::mutex> l(g.lock);
   char *buf = g.ring[g.next];
   g.next = (g.next + 1) % kRing;
-  if (!g_initialised.load(std::memory_order_acquire) && set != kOwnSet && number != kVersionMessage)
+  if (!ll::init::completed() && set != kOwnSet && number != kVersionMessage)
     return const_cast<char *>(def);
   if (Catalog *c = catalog_at(handle)) {
     const Catalog::Entry *e = find_text(*c, set, number);

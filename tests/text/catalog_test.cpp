@@ -41,6 +41,7 @@ std::string program_dir() {
 class Locale {
  public:
   explicit Locale(const char *line, const char *name = "bsw") {
+    qzinit("catalog_test");  // lookups of other sets wait for a finished initialisation
     if (line) {
       fs::create_directories(fs::u8path(dir_.file("gls")));
       dir_.write(std::string("gls") + kSep + "GL_LANG", line);
