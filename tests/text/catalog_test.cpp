@@ -248,6 +248,7 @@ TEST(Catalog, LookupsFromManyThreads) {
 }
 
 TEST(Catalog, MastFlagFollowsTheUsersLocale) {
+  qzinit("catalog_test");  // the first initialisation takes its own step first
   const int before = Mast_flag;
   Locale loc(nullptr);
   const char *now = std::setlocale(LC_ALL, nullptr);
