@@ -2,6 +2,7 @@
 // into the process-wide result ring, the answer letters and message ids.
 #include <liblocal/appdir.h>
 #include <liblocal/catalog.h>
+#include <liblocal/fileio.h>
 #include <liblocal/frame.h>
 #include <liblocal/quote.h>
 
@@ -19,6 +20,26 @@
 #include "frame/init_steps.h"
 #include "text/catalog_backend.h"
 #include "text/strutil_internal.h"
+
+namespace ll::text::catalog_os {
+
+// The locale file is read through the file layer (UTF-8 name, binary on
+// Windows; a carriage return before the line end is dropped).
+bool read_first_line(const std::string &path, size_t max, std::string &line) noexcept {
+  FILE *f = qzfopen(path.c_str(), "r");
+  if (!f) return false;
+  line.clear();
+  try {
+    for (int c; (c = std::fgetc(f)) != EOF && c != '\n';)
+      if (line.size() < max) line += static_cast<char>(c);
+  } catch (...) {
+  }
+  qzfclose(f);
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return true;
+}
+
+}  // namespace ll::text::catalog_os
 
 namespace os = ll::text::catalog_os;
 using ll::text::trace;

@@ -57,18 +57,4 @@ bool lookup(void *catalog, int set, int number, std::string &out) noexcept {
 
 bool close(void *catalog) noexcept { return catclose(static_cast<nl_catd>(catalog)) == 0; }
 
-bool read_first_line(const std::string &path, size_t max, std::string &line) noexcept {
-  FILE *f = std::fopen(path.c_str(), "r");
-  if (!f) return false;
-  line.clear();
-  try {
-    for (int c; (c = std::fgetc(f)) != EOF && c != '\n';)
-      if (line.size() < max) line += static_cast<char>(c);
-  } catch (...) {
-  }
-  std::fclose(f);
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  return true;
-}
-
 }  // namespace ll::text::catalog_os

@@ -107,23 +107,4 @@ bool lookup(void *catalog, int set, int number, std::string &out) noexcept {
 
 bool close(void *catalog) noexcept { return FreeLibrary(static_cast<HMODULE>(catalog)) != 0; }
 
-bool read_first_line(const std::string &path, size_t max, std::string &line) noexcept {
-  FILE *f = nullptr;
-  try {
-    f = _wfopen(ll::win::widen(path.c_str()).c_str(), L"rb");
-  } catch (...) {
-    return false;
-  }
-  if (!f) return false;
-  line.clear();
-  try {
-    for (int c; (c = std::fgetc(f)) != EOF && c != '\n';)
-      if (line.size() < max) line += static_cast<char>(c);
-  } catch (...) {
-  }
-  std::fclose(f);
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  return true;
-}
-
 }  // namespace ll::text::catalog_os
