@@ -726,15 +726,14 @@ bool next_occurrence(const Expr &e, int64_t base, int64_t &out) {
 
 }  // namespace
 
-}  // namespace ll::getdate
-
-extern "C" {
-
-LL_API int bsw_getdate(const char *text, qz_time64_t base, qz_time64_t *out) noexcept {
+// The shared frame of the exported parsers: parse, place the expression
+// relative to the base with 'place', report -1 with errno on any failure.
+int answer(const char *text, bool recurring, bool (*place)(const Expr &, int64_t, int64_t &), qz_time64_t base,
+           qz_time64_t *out) noexcept {
   try {
-    ll::getdate::Expr e;
+    Expr e;
     int64_t t;
-    if (!ll::getdate::parse(text, false, e) || !ll::getdate::evaluate(e, ll::timefmt::to64(base), t)) {
+    if (!parse(text, recurring, e) || !place(e, ll::timefmt::to64(base), t)) {
       errno = EINVAL;
       return -1;
     }
@@ -746,20 +745,16 @@ LL_API int bsw_getdate(const char *text, qz_time64_t base, qz_time64_t *out) noe
   }
 }
 
+}  // namespace ll::getdate
+
+extern "C" {
+
+LL_API int bsw_getdate(const char *text, qz_time64_t base, qz_time64_t *out) noexcept {
+  return ll::getdate::answer(text, false, ll::getdate::evaluate, base, out);
+}
+
 LL_API int bsw_getrecurringdate(const char *text, qz_time64_t base, qz_time64_t *out) noexcept {
-  try {
-    ll::getdate::Expr e;
-    int64_t t;
-    if (!ll::getdate::parse(text, true, e) || !ll::getdate::next_occurrence(e, ll::timefmt::to64(base), t)) {
-      errno = EINVAL;
-      return -1;
-    }
-    if (out) *out = ll::timefmt::from64(t);
-    return 0;
-  } catch (...) {
-    errno = ENOMEM;
-    return -1;
-  }
+  return ll::getdate::answer(text, true, ll::getdate::next_occurrence, base, out);
 }
 
 LL_API qz_time64_t bsw_getendofday(qz_time64_t t) noexcept {
