@@ -298,12 +298,23 @@ Words run_through_runtime(const Words &w) {
   si.hStdError = ho;
   PROCESS_INFORMATION pi{};
   Words got;
-  if (CreateProcessW(nullptr, cmd.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi)) {
+  // Starting a process can fail for reasons of the moment under Wine when many
+  // run at once; that is not what this test is about, so try a few times.
+  BOOL started = FALSE;
+  DWORD why = 0;
+  for (int attempt = 0; attempt < 5 && !started; ++attempt) {
+    started = CreateProcessW(nullptr, cmd.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &si, &pi);
+    if (!started) {
+      why = GetLastError();
+      Sleep(200);
+    }
+  }
+  if (started) {
     WaitForSingleObject(pi.hProcess, 60000);
     CloseHandle(pi.hProcess);
     CloseHandle(pi.hThread);
   } else {
-    got.push_back("<CreateProcess failed>");
+    got.push_back("<CreateProcess failed: " + std::to_string(why) + ">");
   }
   CloseHandle(ho);
   std::string text = dir.read("out"), line;
