@@ -1,5 +1,5 @@
-// Path syntax under arbitrary input: canon_dirsep (checked against the
-// step-by-step form), fullcanon_dirsep with a given directory, child, parent
+// Path syntax under arbitrary input: canon_dirsep and each of its block
+// passes (checked against the step-by-step form, in place too), fullcanon_dirsep with a given directory, child, parent
 // and depth with tight buffers, and the UNC routines.
 // Input: byte 0 picks the separator and buffer size, the rest up to the first
 // NUL is the path, what follows it is the directory.
@@ -13,6 +13,7 @@
 #include <liblocal/wfile.h>
 
 extern "C" void llt_canon_reference(const char *name, char *buf, int sep);
+extern "C" int llt_canon_pass(int which, const char *name, char *buf, int sep);
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 1) return 0;
@@ -30,9 +31,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   canon_dirsep(path.c_str(), a.data(), sep);
   llt_canon_reference(path.c_str(), b.data(), sep);
   if (std::strcmp(a.data(), b.data()) != 0) std::abort();
-  std::vector<char> again(std::strlen(a.data()) + 2);
-  std::memcpy(again.data(), a.data(), std::strlen(a.data()) + 1);
-  canon_dirsep(again.data(), again.data(), sep);  // in place
+  // Every block pass this processor has, into a separate buffer and in place.
+  for (int which = 0; which < 3; ++which) {
+    std::vector<char> c(path.size() + 2), in_place(path.begin(), path.end());
+    in_place.resize(path.size() + 2);
+    if (llt_canon_pass(which, path.c_str(), c.data(), sep) != 0) continue;
+    if (std::strcmp(c.data(), b.data()) != 0) std::abort();
+    llt_canon_pass(which, in_place.data(), in_place.data(), sep);
+    if (std::strcmp(in_place.data(), b.data()) != 0) std::abort();
+  }
 
   std::vector<char> full(path.size() + dir.size() + 4);
   fullcanon_dirsep(path.c_str(), full.data(), dir.c_str(), sep);

@@ -18,8 +18,13 @@ constexpr size_t kPathBuf = 4096;
 // ---- portable helpers (pathsyn.cpp, unc.cpp) ----
 bool has_unc_prefix(const char *name) noexcept;  // is_unc_path or the "\??\UNC\" form
 int ascii_lower(int c) noexcept;
-// canon_dirsep done step by step (UNC names; the reference for the fast path).
+// canon_dirsep done step by step: the reference the block passes must agree with.
 void canon_reference(const char *name, char *buf, int sep) noexcept;
+// A block pass of canon_dirsep (canon_run.h); name and buf are not null.
+using CanonPass = void (*)(const char *name, char *buf, char sep);
+// The 64-byte pass (canon_wide.cpp), or null when this build or processor
+// cannot run it.
+CanonPass wide_pass() noexcept;
 bool equal_nocase(const char *a, const char *b) noexcept;
 bool prefix_nocase(const char *s, const char *prefix) noexcept;
 
