@@ -109,7 +109,7 @@ using Pass = CanonPass;
 void first_pass(const char *name, char *buf, char sep);
 std::atomic<Pass> chosen{first_pass};
 void first_pass(const char *name, char *buf, char sep) {
-  Pass pass = wide_pass();
+  Pass pass = packing_pass();
   if (!pass) pass = canon_impl<BaseBlock>;
   chosen.store(pass, std::memory_order_relaxed);
   pass(name, buf, sep);
@@ -128,17 +128,17 @@ LL_API void canon_dirsep(const char *name, char *buf, int sep) noexcept {
 LL_API void canon(const char *name, char *buf) noexcept { canon_dirsep(name, buf, '\\'); }
 
 // Test seams: the step-by-step form, and each block pass by number (0 words,
-// 1 the base block of the build, 2 the wide pass); -1 when this processor
-// has no such pass.
+// 1 the base block of the build, 2 the 64-byte blocks that pack); -1 when
+// this processor has no such pass.
 LL_API void llt_canon_reference(const char *name, char *buf, int sep) noexcept {
   ll::paths::canon_reference(name, buf, sep);
 }
 
 LL_API int llt_canon_pass(int which, const char *name, char *buf, int sep) noexcept {
   using namespace ll::paths;
-  const Pass pass = which == 0 ? canon_impl<WordBlock> : which == 1 ? canon_impl<BaseBlock> : which == 2 ? wide_pass() : nullptr;
-  if (!pass) return -1;
-  pass(name, buf, static_cast<char>(sep));
+  static const Pass passes[] = {canon_impl<WordBlock>, canon_impl<BaseBlock>, packing_pass()};
+  if (which < 0 || which >= static_cast<int>(sizeof passes / sizeof *passes) || !passes[which]) return -1;
+  passes[which](name, buf, static_cast<char>(sep));
   return 0;
 }
 

@@ -8,9 +8,9 @@
 // copied a block at a time with the other separator turned into the chosen
 // one, and the first colon raises the letters before it as it passes by.
 //
-// The pass is written once over a "block" type: 16 bytes in two words (any
-// processor), 16 bytes in an SSE2 register, 64 bytes in an AVX-512 register
-// (canon_wide.cpp, chosen at run time). Everything here has internal linkage
+// The pass is written once over a 16-byte "block" type: two words (any
+// processor) or an SSE2 register. canon_wide.cpp has a 64-byte pass of its
+// own for AVX-512, chosen at run time, which shares the rest of this file. Everything here has internal linkage
 // on purpose: each file that includes it compiles its own copy for its own
 // instruction set, and the linker can never pick a wide copy for a caller on
 // a processor without the wide instructions.
@@ -91,7 +91,6 @@ alignas(16) const unsigned char kLaneOnes[48] = {
 // Sixteen bytes in two words, for any processor.
 struct WordBlock {
   static constexpr size_t W = 16;
-  static constexpr bool kMaskedTail = false;
   uint64_t lo, hi;
   static constexpr uint64_t kOnes = 0x0101010101010101ull, kLow7 = 0x7F7F7F7F7F7F7F7Full;
   // 0x80 in every byte of x equal to c, nothing elsewhere (exact).
@@ -102,6 +101,7 @@ struct WordBlock {
   // One bit per byte of a 0x80-per-byte mask, byte 0 in bit 0.
   static uint64_t bits(uint64_t m) { return ((m >> 7) * 0x0102040810204080ull) >> 56; }
 
+  static size_t length(const char *s) { return std::strlen(s); }
   static WordBlock load(const char *p) {
     WordBlock b;
     std::memcpy(&b.lo, p, 8);
@@ -152,8 +152,8 @@ struct WordBlock {
 #if defined(__SSE2__)
 struct Sse2Block {
   static constexpr size_t W = 16;
-  static constexpr bool kMaskedTail = false;
   __m128i v;
+  static size_t length(const char *s) { return std::strlen(s); }
   static Sse2Block load(const char *p) { return {_mm_loadu_si128(reinterpret_cast<const __m128i *>(p))}; }
   static Sse2Block load_n(const char *p, size_t n) {
     uint64_t lo, hi;
@@ -266,48 +266,28 @@ char *canon_run(const char *const start, const char *const end, char *const regi
           break;
         }
       } else {
-        // The last block, 1 to W bytes.
+        // The last block, 1 to W bytes. With a block's worth of input before
+        // the end and of output before w, it is read as the block that ends
+        // the input and written merged into what memory holds: no byte
+        // loops, no write past what it owns.
         const uint64_t valid = low_bits(avail);
-        Block x;
-        size_t lane = 0;  // the lane of r in x
-        bool merge = false;
-        if constexpr (Block::kMaskedTail) {
-          x = Block::load_n(r, avail);
-        } else {
-          // With a block's worth of input before the end and of output
-          // before w, read the block that ends the input and write it merged
-          // into what memory holds: no byte loops, no write past what it owns.
-          lane = W - avail;
-          merge = static_cast<size_t>(r - start) >= lane && static_cast<size_t>(w - region) >= lane;
-          if (merge) {
-            x = Block::load(end - W);
-          } else {
-            x = Block::load_n(r, avail);
-            lane = 0;
-          }
-        }
+        size_t lane = W - avail;  // the lane of r in x
+        const bool merge = static_cast<size_t>(r - start) >= lane && static_cast<size_t>(w - region) >= lane;
+        Block x = merge ? Block::load(end - W) : Block::load_n(r, avail);
+        if (!merge) lane = 0;
         seps = (x.mask2(sep, alt) >> lane) & valid;
         dot = (x.mask('.') >> lane) & valid;
         stop = seps & (((seps | dot) >> 1) | (1ull << (avail - 1)));
         k = stop ? lowest_bit(stop) : avail;
         if (sep != alt) x.replace(alt, sep);
-        if constexpr (!Block::kMaskedTail) {
-          if (merge)
-            Block::select(Block::lanes(lane, lane + k), x, Block::load(w - lane)).store(w - lane);
-          else
-            x.store_n(w, k);
-        } else {
+        if (merge)
+          Block::select(Block::lanes(lane, lane + k), x, Block::load(w - lane)).store(w - lane);
+        else
           x.store_n(w, k);
-        }
         if (!colon_seen) {
           if (const uint64_t colon = (x.mask(':') >> lane) & below(k)) raise_before(colon, w);
         }
         if (!stop) return w + k;
-        if (avail == 64) {  // the end has no bit of its own
-          r += k;
-          w += k;
-          break;
-        }
         seps |= 1ull << avail;  // the end counts as a separator below
       }
       // The separator in lane k, with the three lanes after it in view:
@@ -392,11 +372,14 @@ inline bool starts_nocase(const char *s, const char *end, const char *lit) {
 
 const char kRoot[] = "/";
 
-// canon_dirsep on one block type. name and buf are not null.
-template <class Block>
+using RunFn = char *(*)(const char *, const char *, char *, char, bool);
+
+// canon_dirsep on one block type (and a pass over it: canon_run unless the
+// block's file has a better one). name and buf are not null.
+template <class Block, RunFn Run = canon_run<Block>>
 void canon_impl(const char *name, char *buf, char sep) {
   const bool bs = sep == kBackslash;
-  size_t len = std::strlen(name);
+  size_t len = Block::length(name);
   if (bs && len && name[len - 1] == '"') --len;  // the stray closing quote
   // A buffer that overlaps the name without being it: work on a copy in buf.
   if (buf != name && buf < name + len + 1 && name < buf + len + 1) {
@@ -424,11 +407,11 @@ void canon_impl(const char *name, char *buf, char sep) {
       }
       const size_t keep = static_cast<size_t>((file ? file : end) - name);
       copy_prefix<Block>(name, keep, buf, static_cast<size_t>(host - name), static_cast<size_t>(raise_end - name));
-      *(file ? canon_run<Block>(file, end, buf + keep, sep, false) : buf + keep) = 0;
+      *(file ? Run(file, end, buf + keep, sep, false) : buf + keep) = 0;
       return;
     }
   }
-  char *w = canon_run<Block>(name, end, buf, sep, bs);
+  char *w = Run(name, end, buf, sep, bs);
   if (w == buf)
     std::memcpy(buf, kRoot, sizeof kRoot);
   else

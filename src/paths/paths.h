@@ -22,9 +22,9 @@ int ascii_lower(int c) noexcept;
 void canon_reference(const char *name, char *buf, int sep) noexcept;
 // A block pass of canon_dirsep (canon_run.h); name and buf are not null.
 using CanonPass = void (*)(const char *name, char *buf, char sep);
-// The 64-byte pass (canon_wide.cpp), or null when this build or processor
-// cannot run it.
-CanonPass wide_pass() noexcept;
+// The 64-byte pass that packs what it keeps (canon_wide.cpp), or null when
+// this build or processor cannot run it.
+CanonPass packing_pass() noexcept;
 bool equal_nocase(const char *a, const char *b) noexcept;
 bool prefix_nocase(const char *s, const char *prefix) noexcept;
 
