@@ -22,8 +22,8 @@ struct Avx512Block {
   // Length of a string, a whole aligned 64-byte block at a time: an aligned
   // block never crosses a page, so reading the bytes around the string in
   // its blocks is safe, though they are not the string's (which is why the
-  // address sanitizer is told to look away).
-  __attribute__((no_sanitize_address)) static size_t length(const char *s) {
+  // sanitizers are told to look away).
+  __attribute__((no_sanitize("address", "thread"))) static size_t length(const char *s) {
     const uintptr_t a = reinterpret_cast<uintptr_t>(s);
     const char *p = reinterpret_cast<const char *>(a & ~uintptr_t{63});
     __m512i x = _mm512_load_si512(p);
