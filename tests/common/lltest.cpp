@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <list>
 #include <map>
 #include <random>
 #include <sstream>
@@ -36,18 +37,22 @@ static std::map<std::string, ChildFn> &children() {
 
 ChildRegistration::ChildRegistration(const char *name, ChildFn fn) { children()[name] = fn; }
 
+static std::string utf8(const fs::path &p) {
+  auto u8 = p.u8string();
+  return std::string(u8.begin(), u8.end());
+}
+
 std::string self_path() {
 #ifdef _WIN32
   wchar_t buf[32768];
   DWORD n = GetModuleFileNameW(nullptr, buf, 32768);
-  auto u8 = fs::path(std::wstring(buf, n)).u8string();
-  return std::string(u8.begin(), u8.end());
+  return utf8(fs::path(std::wstring(buf, n)));
 #else
   return fs::read_symlink("/proc/self/exe").string();
 #endif
 }
 
-void set_env(const char *name, const char *value) {
+static void set_env(const char *name, const char *value) {
 #ifdef _WIN32
   std::string s = std::string(name) + "=" + (value ? value : "");
   _putenv(s.c_str());
@@ -67,15 +72,16 @@ ScopedEnv::ScopedEnv(const char *name, const char *value) : name_(name) {
 }
 ScopedEnv::~ScopedEnv() { set_env(name_.c_str(), had_ ? old_.c_str() : nullptr); }
 
-static std::string slurp(const fs::path &p) {
+static std::string read_file(const fs::path &p) {
   std::ifstream in(p, std::ios::binary);
   std::stringstream ss;
   ss << in.rdbuf();
-  std::string s = ss.str();
-  std::string out;
-  for (char c : s)
-    if (c != '\r') out += c;
-  return out;
+  return ss.str();
+}
+
+static std::string without_cr(std::string s) {
+  std::erase(s, '\r');
+  return s;
 }
 
 ChildResult run_child(const std::string &name, const std::vector<std::string> &args,
@@ -94,13 +100,11 @@ ChildResult run_program(const std::string &path, const std::vector<std::string> 
   const fs::path out = fs::u8path(dir.file("out")), err = fs::u8path(dir.file("err"));
   // Environment changes go into this process around the spawn; tests are
   // single-threaded while they start programs.
-  std::vector<std::pair<std::string, std::pair<bool, std::string>>> saved;
+  std::list<ScopedEnv> saved;
   for (const auto &e : opts.env) {
     auto eq = e.find('=');
     std::string n = e.substr(0, eq), v = eq == std::string::npos ? "" : e.substr(eq + 1);
-    const char *old = std::getenv(n.c_str());
-    saved.push_back({n, {old != nullptr, old ? old : ""}});
-    set_env(n.c_str(), v.empty() ? nullptr : v.c_str());
+    saved.emplace_back(n.c_str(), v.empty() ? nullptr : v.c_str());
   }
   std::vector<std::string> argv = {path};
   argv.insert(argv.end(), args.begin(), args.end());
@@ -185,31 +189,21 @@ ChildResult run_program(const std::string &path, const std::vector<std::string> 
     r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
 #endif
-  for (auto &s : saved) set_env(s.first.c_str(), s.second.first ? s.second.second.c_str() : nullptr);
-  {
-    std::ifstream f(out, std::ios::binary);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    r.out_raw = ss.str();
-  }
-  r.out = slurp(out);
-  r.err = slurp(err);
+  while (!saved.empty()) saved.pop_back();  // restored in reverse order
+  r.out_raw = read_file(out);
+  r.out = without_cr(r.out_raw);
+  r.err = without_cr(read_file(err));
   return r;
 }
 
 TempDir::TempDir() {
   static std::mt19937_64 rng(std::random_device{}() ^ static_cast<uint64_t>(
                                                            std::chrono::steady_clock::now().time_since_epoch().count()));
-  fs::path base = fs::temp_directory_path();
-  for (;;) {
-    fs::path p = base / ("lltest-" + std::to_string(rng() % 100000000000ull));
-    std::error_code ec;
-    if (fs::create_directory(p, ec)) {
-      auto u8 = p.u8string();
-      path_.assign(u8.begin(), u8.end());
-      break;
-    }
-  }
+  std::error_code ec;
+  fs::path p;
+  do p = fs::temp_directory_path() / ("lltest-" + std::to_string(rng() % 100000000000ull));
+  while (!fs::create_directory(p, ec));
+  path_ = utf8(p);
 }
 
 TempDir::~TempDir() {
@@ -226,12 +220,7 @@ void TempDir::write(const std::string &name, const std::string &content) const {
   o << content;
 }
 
-std::string TempDir::read(const std::string &name) const {
-  std::ifstream in(fs::u8path(file(name)), std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
+std::string TempDir::read(const std::string &name) const { return read_file(fs::u8path(file(name))); }
 
 }  // namespace lltest
 

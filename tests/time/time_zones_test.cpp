@@ -12,19 +12,13 @@
 #include <liblocal.h>
 
 #include "lltest.h"
+#include "t64.h"
 
 #ifdef _WIN32
 #include <windows.h>
 #endif
 
 namespace {
-
-qz_time64_t T(long long v) {
-  qz_time64_t t;
-  t.low = static_cast<uint32_t>(static_cast<unsigned long long>(v));
-  t.high = static_cast<int32_t>(static_cast<unsigned long long>(v) >> 32);
-  return t;
-}
 
 // US rules written out, so that the C runtime of Windows (which applies US
 // rules to any TZ value) and the C library agree.
@@ -47,17 +41,15 @@ Forms run(const char *tz, const std::vector<std::string> &times) {
   EXPECT_EQ(r.exit_code, 0) << r.err;
   Forms f;
   std::istringstream in(r.out);
-  std::string line;
-  while (std::getline(in, line)) {
+  for (std::string line; std::getline(in, line);) {
     std::vector<std::string> cols;
-    std::string cell;
     std::istringstream ls(line);
-    while (std::getline(ls, cell, '|')) cols.push_back(cell);
-    if (cols.size() == 2 && cols[0] == "ftzone") {
+    for (std::string cell; std::getline(ls, cell, '|');) cols.push_back(cell);
+    if (cols[0] == "ftzone") {
       f.ft_east = std::atol(cols[1].c_str());
-    } else if (cols.size() == 3 && cols[0] == "zone") {
+    } else if (cols[0] == "zone") {
       f.east_now = std::atol(cols[1].c_str());
-      f.zone_name = cols[2];
+      f.zone_name = cols.size() > 2 ? cols[2] : "";
     } else if (cols.size() == kTm + 2) {
       f.rows[std::atoll(cols[0].c_str())] = std::vector<std::string>(cols.begin() + 1, cols.end());
     }

