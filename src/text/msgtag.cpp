@@ -3,7 +3,9 @@
 #include <liblocal/msgtag.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #if defined(__SSE2__)
@@ -93,7 +95,73 @@ inline bool block_safe(const unsigned char *p) noexcept {
 #define LL_WORD_SCAN 1
 #endif
 
+// qzstrcmp with the blocks of the build: sixteen bytes (SSE2) or eight
+// (words) at a time, one under the address sanitizer.
+int compare_base(const char *a, const char *b) noexcept {
+  const auto *x = reinterpret_cast<const unsigned char *>(a);
+  const auto *y = reinterpret_cast<const unsigned char *>(b);
+  size_t i = 0;
+  // Many bytes at a time while both texts agree and hold no terminator and
+  // no "[" (a tag cannot begin before the first "["); loads never cross into
+  // the next page, where the texts might end.
+#if LL_WORD_SCAN && defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128(), brackets = _mm_set1_epi8('[');
+  // Bytes of a block that agree and are neither a terminator nor "[".
+  auto plain = [&](size_t at) {
+    const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + at));
+    const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(y + at));
+    const __m128i special = _mm_or_si128(_mm_cmpeq_epi8(va, zero), _mm_cmpeq_epi8(va, brackets));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(special, _mm_cmpeq_epi8(va, vb))));
+  };
+  for (;;) {
+    const size_t room = std::min(4096u - (reinterpret_cast<uintptr_t>(x + i) & 4095u),
+                                 4096u - (reinterpret_cast<uintptr_t>(y + i) & 4095u));
+    if (room < 16) {
+      if (x[i] == y[i] && x[i] && x[i] != '[') {
+        ++i;
+        continue;
+      }
+      break;
+    }
+    const size_t stop_at = i + room - 15;
+    unsigned m = 0xFFFFu;
+    while (i < stop_at && (m = plain(i)) == 0xFFFFu) i += 16;
+    if (m != 0xFFFFu) {
+      i += static_cast<size_t>(__builtin_ctz(~m));
+      break;
+    }
+  }
+#elif LL_WORD_SCAN
+  constexpr uint64_t kBrackets = 0x5B5B5B5B5B5B5B5Bull;
+  while (block_safe<8>(x + i) && block_safe<8>(y + i)) {
+    uint64_t wa, wb;
+    std::memcpy(&wa, x + i, 8);
+    std::memcpy(&wb, y + i, 8);
+    if (wa != wb || has_zero_byte(wa) || has_zero_byte(wa ^ kBrackets)) break;
+    i += 8;
+  }
+#endif
+  while (x[i] == y[i] && x[i] && x[i] != '[') ++i;
+  return ll::text::compare_from(x, y, i);
+}
+
+// The routine for this processor: the wide one when the processor and the
+// system support it, else the blocks of the build. Chosen on the first call
+// (which may come before the library's own initialisers have run).
+int first_compare(const char *a, const char *b) noexcept;
+std::atomic<ll::text::StrcmpFn> chosen_compare{first_compare};
+int first_compare(const char *a, const char *b) noexcept {
+  ll::text::StrcmpFn f = ll::text::wide_strcmp();
+  if (!f) f = compare_base;
+  chosen_compare.store(f, std::memory_order_relaxed);
+  return f(a, b);
+}
+
 }  // namespace
+
+int ll::text::compare_tagged(const unsigned char *a, const unsigned char *b) noexcept {
+  return compare_through_tags<false>(a, b, SIZE_MAX);
+}
 
 extern "C" {
 
@@ -176,58 +244,15 @@ LL_API char *gather_msg_ids(char *s) noexcept {
 }
 
 LL_API int qzstrcmp(const char *a, const char *b) noexcept {
-  const auto *x = reinterpret_cast<const unsigned char *>(a);
-  const auto *y = reinterpret_cast<const unsigned char *>(b);
-  size_t i = 0;
-  // Many bytes at a time while both texts agree and hold no terminator and
-  // no "[" (a tag cannot begin before the first "["); loads never cross into
-  // the next page, where the texts might end.
-#if LL_WORD_SCAN && defined(__SSE2__)
-  const __m128i zero = _mm_setzero_si128(), brackets = _mm_set1_epi8('[');
-  // Bytes of a block that agree and are neither a terminator nor "[".
-  auto plain = [&](size_t at) {
-    const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + at));
-    const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i *>(y + at));
-    const __m128i special = _mm_or_si128(_mm_cmpeq_epi8(va, zero), _mm_cmpeq_epi8(va, brackets));
-    return static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(special, _mm_cmpeq_epi8(va, vb))));
-  };
-  for (;;) {
-    const size_t room = std::min(4096u - (reinterpret_cast<uintptr_t>(x + i) & 4095u),
-                                 4096u - (reinterpret_cast<uintptr_t>(y + i) & 4095u));
-    if (room < 16) {
-      if (x[i] == y[i] && x[i] && x[i] != '[') {
-        ++i;
-        continue;
-      }
-      break;
-    }
-    const size_t stop_at = i + room - 15;
-    unsigned m = 0xFFFFu;
-    while (i < stop_at && (m = plain(i)) == 0xFFFFu) i += 16;
-    if (m != 0xFFFFu) {
-      i += static_cast<size_t>(__builtin_ctz(~m));
-      break;
-    }
-  }
-#elif LL_WORD_SCAN
-  constexpr uint64_t kBrackets = 0x5B5B5B5B5B5B5B5Bull;
-  while (block_safe<8>(x + i) && block_safe<8>(y + i)) {
-    uint64_t wa, wb;
-    std::memcpy(&wa, x + i, 8);
-    std::memcpy(&wb, y + i, 8);
-    if (wa != wb || has_zero_byte(wa) || has_zero_byte(wa ^ kBrackets)) break;
-    i += 8;
-  }
-#endif
-  for (;; ++i) {
-    if (x[i] == '[') return compare_through_tags<false>(x, y, SIZE_MAX);
-    if (x[i] != y[i] || !x[i]) break;
-  }
-  // First difference at i, and no "[" before it. Only a tag that starts at i
-  // or whose bracket is at i can still matter.
-  if (y[i] == '[' || (x[i] == ' ' && x[i + 1] == '[') || (y[i] == ' ' && y[i + 1] == '['))
-    return compare_through_tags<false>(x, y, SIZE_MAX);
-  return static_cast<int>(x[i]) - static_cast<int>(y[i]);
+  return chosen_compare.load(std::memory_order_relaxed)(a, b);
+}
+
+// Test seam: qzstrcmp by routine (0 the blocks of the build, 1 the wide
+// one); INT_MIN when this processor has no such routine.
+LL_API int llt_qzstrcmp_variant(int which, const char *a, const char *b) noexcept {
+  static const ll::text::StrcmpFn routines[] = {compare_base, ll::text::wide_strcmp()};
+  if (which < 0 || which >= static_cast<int>(sizeof routines / sizeof *routines) || !routines[which]) return INT_MIN;
+  return routines[which](a, b);
 }
 
 LL_API int qzstricmp(const char *a, const char *b) noexcept {

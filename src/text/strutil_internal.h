@@ -29,6 +29,23 @@ inline bool is_tag_char(char c) noexcept {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'W') || c == 'Z' || c == '-';
 }
 
+// qzstrcmp walking both texts through their tags from the start (msgtag.cpp).
+int compare_tagged(const unsigned char *a, const unsigned char *b) noexcept;
+
+// The end of qzstrcmp once a block scan has stopped at i: the texts agree
+// before i and hold no "[" there, and at i they differ, end, or a holds "[".
+// Only a tag that starts at i or whose bracket is at i can still matter.
+inline int compare_from(const unsigned char *a, const unsigned char *b, size_t i) noexcept {
+  if (a[i] == '[' || b[i] == '[' || (a[i] == ' ' && a[i + 1] == '[') || (b[i] == ' ' && b[i + 1] == '['))
+    return compare_tagged(a, b);
+  return static_cast<int>(a[i]) - static_cast<int>(b[i]);
+}
+
+// A qzstrcmp with wide vectors (msgtag_wide.cpp), or null when this build or
+// processor cannot run it.
+using StrcmpFn = int (*)(const char *a, const char *b) noexcept;
+StrcmpFn wide_strcmp() noexcept;
+
 inline bool is_space(char c) noexcept {
   return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
 }
