@@ -60,16 +60,16 @@ inline size_t store_kept(char *w, __m512i x, uint64_t keep) {
   return kept;
 }
 
-// A block with nothing to fold is copied as it is; a block with separator runs, a
-// trailing separator or "." components drops them itself, packing the bytes
-// it keeps, and a ".." is folded without leaving the loop, so no byte is
-// looked at alone except the path's first character. Such a block decides
-// its first 61 lanes (a ".." needs three bytes of look-ahead), 60 when a
-// "." would straddle, or all of them at the end of the path.
-__attribute__((always_inline)) inline char *run_packing(const char *const start, const char *const end, char *const region, char sep, bool raise_drive) {
+// The pass (canon_run's contract). A block with nothing to fold is copied as
+// it is; a block with separator runs, a trailing separator or "." components
+// drops them itself, packing the bytes it keeps, and a ".." is folded without
+// leaving the loop, so no byte is looked at alone except the path's first
+// character. Such a block decides its first 61 lanes (a ".." needs three
+// bytes of look-ahead), 60 when a "." would straddle, or all of them at the
+// end of the path.
+__attribute__((always_inline)) inline char *run_packing(const char *const start, const char *const end,
+                                                        char *const region, char sep, bool raise_drive) {
   const char alt = sep == kBackslash ? '/' : sep;
-  const __m512i vsep = _mm512_set1_epi8(sep), valt = _mm512_set1_epi8(alt), vdot = _mm512_set1_epi8('.');
-  const bool in_place = start == region;
   const char *r = start;
   char *w = region;
   if (r == end) return w;
@@ -88,34 +88,32 @@ __attribute__((always_inline)) inline char *run_packing(const char *const start,
   // The last separator written, while known (a fold forgets it): a ".."
   // then needs no look back at output just written by a masked store.
   char *last_sep = nullptr;
-  const auto raise = [&](__m512i &x, uint64_t span) {
-    if (const uint64_t colon = _mm512_cmpeq_epi8_mask(x, _mm512_set1_epi8(':')) & span) {
+  // At the first colon among a block's lanes in span, the letters before it
+  // are raised: those already written, and the block's own in the register
+  // (reading them back just after a masked store would stall).
+  const auto raise = [&](Avx512Block &x, uint64_t span) {
+    if (const uint64_t colon = x.mask(':') & span) {
       upper_range(region, w);
-      const __mmask64 lower = _mm512_mask_cmplt_epu8_mask((colon & (0 - colon)) - 1,
-                                                          _mm512_sub_epi8(x, _mm512_set1_epi8('a')), _mm512_set1_epi8(26));
-      x = _mm512_mask_sub_epi8(x, lower, x, _mm512_set1_epi8(32));
+      x.raise(0, lowest_bit(colon));
       colon_seen = true;
     }
   };
   for (;;) {
     const size_t avail = static_cast<size_t>(end - r);
     if (!avail) return w;
-    __m512i x;
+    Avx512Block x;
     uint64_t seps, dot, sep_end;
     size_t decided;
     if (avail >= 64) {
-      x = _mm512_loadu_si512(r);
-      seps = _mm512_cmpeq_epi8_mask(x, vsep) | _mm512_cmpeq_epi8_mask(x, valt);
-      dot = _mm512_cmpeq_epi8_mask(x, vdot);
+      x = Avx512Block::load(r);
+      seps = x.mask2(sep, alt);
+      dot = x.mask('.');
       const bool after = avail == 64 || is_sep(r[64]) || r[64] == '.';
       const uint64_t odd = seps & (((seps | dot) >> 1) | (static_cast<uint64_t>(after) << 63));
-      if (sep != alt) x = _mm512_mask_mov_epi8(x, _mm512_cmpeq_epi8_mask(x, valt), vsep);
+      if (sep != alt) x.replace(alt, sep);
       if (__builtin_expect(!odd, 1)) {
         if (!colon_seen) raise(x, ~0ull);
-        if (!in_place || static_cast<size_t>(r - w - 1) >= 63)
-          _mm512_storeu_si512(w, x);
-        else
-          _mm512_mask_storeu_epi8(w, ~0ull, x);
+        x.store(w);  // all of it read, so safe in place too
         if (seps) last_sep = w + 63 - __builtin_clzll(seps);
         r += 64;
         w += 64;
@@ -125,14 +123,14 @@ __attribute__((always_inline)) inline char *run_packing(const char *const start,
       decided = 61;
     } else {
       const uint64_t valid = low_bits(avail);
-      x = _mm512_maskz_loadu_epi8(valid, r);
-      seps = (_mm512_cmpeq_epi8_mask(x, vsep) | _mm512_cmpeq_epi8_mask(x, valt)) & valid;
-      dot = _mm512_cmpeq_epi8_mask(x, vdot) & valid;
+      x = Avx512Block::load_n(r, avail);
+      seps = x.mask2(sep, alt) & valid;
+      dot = x.mask('.') & valid;
       sep_end = seps | (1ull << avail);
-      if (sep != alt) x = _mm512_mask_mov_epi8(x, _mm512_cmpeq_epi8_mask(x, valt), vsep);
+      if (sep != alt) x.replace(alt, sep);
       if (__builtin_expect(!(seps & ((sep_end | dot) >> 1)), 1)) {
         if (!colon_seen) raise(x, valid);
-        _mm512_mask_storeu_epi8(w, valid, x);
+        x.store_n(w, avail);
         return w + avail;
       }
       decided = avail;
@@ -148,7 +146,7 @@ __attribute__((always_inline)) inline char *run_packing(const char *const start,
     if (!colon_seen) raise(x, span);
     const uint64_t kept_seps = seps & keep;
     if (kept_seps) last_sep = w + __builtin_popcountll(keep & ((2ull << (63 - __builtin_clzll(kept_seps))) - 1)) - 1;
-    w += store_kept(w, x, keep);
+    w += store_kept(w, x.v, keep);
     if (!stop) {
       r += decided;
       continue;
@@ -164,6 +162,7 @@ __attribute__((always_inline)) inline char *run_packing(const char *const start,
     }
   }
 }
+
 }  // namespace
 
 CanonPass packing_pass() noexcept {
