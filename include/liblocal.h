@@ -23,6 +23,8 @@
 #include "liblocal/appdir.h"
 #include "liblocal/wfile.h"
 #include "liblocal/fileio.h"
+#include "liblocal/fstab.h"
+#include "liblocal/dtree.h"
 /* Data structures and codecs */
 #include "liblocal/qzui.h"
 #include "liblocal/list.h"
@@ -36,8 +38,19 @@
 #include "liblocal/getdate.h"
 /* Processes, threads and IPC */
 #include "liblocal/thread.h"
+#include "liblocal/process.h"
+#include "liblocal/shmem.h"
+#include "liblocal/service.h"
+#include "liblocal/eventlog.h"
+/* Network and host identity */
+#include "liblocal/socket.h"
+#include "liblocal/hostid.h"
+/* Cluster awareness */
+#include "liblocal/cluster.h"
 /* System information */
 #include "liblocal/osver.h"
+#include "liblocal/sysinfo.h"
+#include "liblocal/security.h"
 /* Command-line options */
 #include "liblocal/options.h"
 

@@ -1,10 +1,5 @@
-// Attach and teardown hooks of families that have nothing to do yet. A family
-// that takes one over deletes it here and defines it in its own files.
+// Every attach and teardown hook of frame/teardown_hooks.h is defined by the
+// family that owns it: process events (proc/events_hooks.cpp), the event log
+// and libraries loaded by name (proc/eventlog_hooks.cpp), host identity
+// (net/hostid_hooks.cpp) and the cluster layer (cluster/hooks.cpp).
 #include "frame/teardown_hooks.h"
-
-namespace ll::hooks {
-void start_event_listener() noexcept {}
-void eventlog_teardown() noexcept {}
-void unload_dynamic_libraries() noexcept {}
-void hostname_cache_clear() noexcept {}
-}  // namespace ll::hooks
