@@ -131,6 +131,7 @@ LL_API void _qzinit(const char *name, int argc, char **argv) noexcept {
       ll::init::locale_and_catalog(name);
       ll::frame_attach();
       (void)ll::proc();
+      ll::init::event_source();
       ll::init::time_zone();
       ll::init::cluster_start(name);
       if (Win32OSVersion() != 4) ll::init::optional_entry_points();
