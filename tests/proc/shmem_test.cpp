@@ -124,6 +124,18 @@ TEST(Shmem, TwoProcessesCountUnderTheLockWord) {
   EXPECT_EQ(o, nullptr);
 }
 
+// The private kind's lock between threads (what the thread sanitizer checks:
+// taking the word acquires what the last holder released).
+TEST(Shmem, PrivateBlockLockBetweenThreads) {
+  shmem_obj *o = nullptr;
+  ASSERT_EQ(shmem_create(0, kSize, 8, SHMEM_PRIVATE, &o), nullptr);
+  std::thread t([o] { add_under_lock(o, kRounds / 10); });
+  add_under_lock(o, kRounds / 10);
+  t.join();
+  EXPECT_EQ(*at<int64_t>(o, kCounter), 2 * int64_t{kRounds / 10});
+  o->ops->release(&o);
+}
+
 TEST(Shmem, SecondCreateReusesAndClears) {
   const unsigned k = key(2);
   auto r = lltest::run_child("shmem_recreate", {std::to_string(k)});
