@@ -12,7 +12,7 @@
 #include <liblocal/memory.h>
 #include <liblocal/output.h>
 #include <liblocal/service.h>
-#include "proc/pending_deps.h"
+#include <liblocal/socket.h>
 
 namespace ll::ev {
 namespace {
@@ -70,7 +70,7 @@ void on_console(int type) noexcept {
   h(type == 0 ? kInterrupt : kStop);
 }
 
-void raise_cancel() noexcept { ll::pending::socancel(); }
+void raise_cancel() noexcept { qz_socancel(); }
 
 void read_debug_control() noexcept {
   if (!os::read_debug_control()) dprintf(2, "no debug control file read\n");

@@ -7,10 +7,12 @@
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <vector>
 
 #include "frame/os.h"
 #include "proc/events.h"
-#include "proc/pending_deps.h"
+#include <liblocal/eventlog.h>
+#include <liblocal/socket.h>
 #include "proc/service_hooks.h"
 #include <liblocal/catalog.h>
 #include <liblocal/frame.h>
@@ -28,6 +30,7 @@ struct Shared {
   std::mutex lock;
   std::condition_variable cv;
   bool signalled = true;  // the state event: created set, set on every change
+  std::vector<int> changes;  // states set since the service main last looked, in order
   std::atomic<int> state{kNone};
   std::atomic<int> exit_code{0};
   std::atomic<qz_event_handler> stop_handler{nullptr};
@@ -52,10 +55,12 @@ bool same_name(const char *a, const char *b) {
 // True when 'name' names another service than this process's own.
 bool other_service(const char *n) { return n && !same_name(n, sh().name); }
 
-void signal_event() {
+void set_and_signal(int st) {
   Shared &s = sh();
   {
     std::lock_guard<std::mutex> g(s.lock);
+    s.state.store(st);
+    if (s.changes.size() < 64) s.changes.push_back(st);
     s.signalled = true;
   }
   s.cv.notify_all();
@@ -78,10 +83,7 @@ int poll_until(const char *name, int limit, Status want) {
 
 Times &times() noexcept { return g_times; }
 int state() noexcept { return sh().state.load(); }
-void set_state(int st) noexcept {
-  sh().state.store(st);
-  signal_event();
-}
+void set_state(int st) noexcept { set_and_signal(st); }
 const char *name() noexcept { return sh().name; }
 const char *display() noexcept { return sh().display.empty() ? sh().name : sh().display.c_str(); }
 void set_display(const std::string &d) noexcept { sh().display = d; }
@@ -93,6 +95,7 @@ void service_main() noexcept {
   set_state(kStarting);
   for (;;) {
     bool timed_out = false;
+    std::vector<int> seen;
     {
       std::unique_lock<std::mutex> g(s.lock);
       if (s.state.load() == kRunning) {
@@ -101,22 +104,29 @@ void service_main() noexcept {
         timed_out = !s.cv.wait_for(g, std::chrono::milliseconds(times().wait_ms), [&] { return s.signalled; });
       }
       s.signalled = false;
+      seen.swap(s.changes);
     }
     if (timed_out && (ll::os::tick_ms() - started) / 1000u > times().start_limit_s && s.state.load() != kStopping) {
       s.exit_code.store(kStartTimeout);
       s.state.store(kStopping);
+      seen.clear();
     }
-    const int st = s.state.load();
-    bool ok = true;
-    int err = 0;
-    switch (st) {
-      case kStarting: ok = os::report(kStarting, 0, ++s.checkpoint, 15000, &err); break;
-      case kRunning: ok = os::report(kRunning, 0, 0, 0, &err); break;
-      case kPaused: ok = os::report(kPaused, 0, 0, 0, &err); break;
-      case kStopping: ok = os::report(kStopping, s.exit_code.load(), 1, 50000, &err); break;
-      default: break;
+    // Every state set since the last look is reported, in order: a start
+    // followed at once by a stop still tells the manager both.
+    if (seen.empty() || seen.back() != s.state.load()) seen.push_back(s.state.load());
+    for (const int st : seen) {
+      bool ok = true;
+      int err = 0;
+      switch (st) {
+        case kStarting: ok = os::report(kStarting, 0, ++s.checkpoint, 15000, &err); break;
+        case kRunning: ok = os::report(kRunning, 0, 0, 0, &err); break;
+        case kPaused: ok = os::report(kPaused, 0, 0, 0, &err); break;
+        case kStopping: ok = os::report(kStopping, s.exit_code.load(), 1, 50000, &err); break;
+        default: break;
+      }
+      if (!ok) StopThisService(nullptr, err);
+      if (st == kStopping) break;
     }
-    if (!ok) StopThisService(nullptr, err);
     if (s.state.load() == kStopping) break;
   }
   if (qz_event_handler h = s.stop_handler.load()) {
@@ -159,9 +169,9 @@ void teardown() noexcept {
   const int code = s.exit_code.load();
   os::final_report(code);
   if (code != 0)
-    ll::pending::eventprintf(1, 0, msg(176, "%s error: %d"), display(), code);
+    eventprintf(1, 0, msg(176, "%s error: %d"), display(), code);
   else
-    ll::pending::eventprintf(4, 0, msg(177, "%s has stopped"), display());
+    eventprintf(4, 0, msg(177, "%s has stopped"), display());
 }
 
 }  // namespace ll::svc
@@ -173,7 +183,7 @@ extern "C" {
 LL_API int RunByService(void) noexcept { return os::run_by_service() ? 1 : 0; }
 
 LL_API int RegisterThisService(const char *service) noexcept {
-  ll::pending::tcp_is_loaded();
+  Tcp_Is_Loaded();
   if (!RunByService() || !service) return 0;
   Shared &s = sh();
   if (s.state.load() != kNone) return s.state.load();
@@ -193,7 +203,7 @@ LL_API int StartThisService(const char *service) noexcept {
   const int st = state();
   if (st == kNone || st == kRunning) return -1;
   if (other_service(service)) return start_service(service, 60);
-  ll::pending::eventprintf(4, 0, msg(175, "%s has started"), display());
+  eventprintf(4, 0, msg(175, "%s has started"), display());
   set_state(kRunning);
   return 0;
 }

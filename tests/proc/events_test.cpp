@@ -1,6 +1,16 @@
 // Process events: handlers reached from another process, the debug event,
 // the handler rules and quit_now.
+#ifdef _WIN32
+#include <winsock2.h>
+#else
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#endif
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
 
 #include <cstdlib>
 #include <string>
@@ -10,6 +20,7 @@
 #include "lltest.h"
 #include <liblocal/frame.h>
 #include <liblocal/service.h>
+#include <liblocal/socket.h>
 
 #ifndef _WIN32
 #include <sys/stat.h>
@@ -80,6 +91,39 @@ TEST(Events, DebugEventTwiceReadsTheControlFileTwice) {
   ASSERT_TRUE(evtest::send_debug(pid));
   EXPECT_EQ(child.wait().exit_code, 0);
   EXPECT_FALSE(evtest::exists(ctl));
+}
+
+// A daemon blocked in select is released by the cancel that follows its kill
+// handler (which here only takes note).
+namespace {
+std::atomic<int> g_killed{0};
+void note(int sig) { g_killed = sig; }
+}  // namespace
+
+LLTEST_CHILD(ev_select) {
+  Tcp_Is_Loaded();
+  regevent(9, note);
+  qz_socket_t s = qzsocket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (qzbind(s, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 || qzlisten(s, 1) != 0) return 3;
+  evtest::ready(argv[0]);
+  qz_fd_set rs;
+  QZ_FD_ZERO(&rs);
+  QZ_FD_SET(s, &rs);
+  const int r = qz_select(0, &rs, nullptr, nullptr, nullptr);
+  return r == -1 && errno == EINTR && g_killed == 9 ? 40 : 41;
+}
+
+TEST(Events, KillReleasesABlockingSelect) {
+  lltest::TempDir dir;
+  Child child("ev_select", {dir.path()});
+  const int pid = evtest::pid_of(dir.path());
+  ASSERT_GT(pid, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let it block
+  EXPECT_TRUE(evtest::send_kill(pid));
+  EXPECT_EQ(child.wait().exit_code, 40);
 }
 
 TEST(Events, QuitNowNormalisesTheFlag) {
