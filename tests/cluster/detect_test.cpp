@@ -35,6 +35,9 @@ LLTEST_CHILD(clu_detect) {
   if (std::strcmp(argv[1], "-") != 0) llt_clu_set_api_library(argv[1]);
   Debug = 7;
   std::printf("type=%d host=%d\n", clu_init(nullptr), clu_is_cluster_host());
+  char *local = clu_pathl_gethost(nullptr);
+  std::printf("local=%s\n", local);
+  std::free(local);
   for (int i = 2; i < argc; ++i) {
     std::string q = argv[i];
     const size_t eq = q.find('=');
@@ -94,7 +97,9 @@ const std::vector<std::string> kMap = {
     "interface version: 1",
     "nodename:     node-one",
     "hostname: vh1",
+    lltest::kWindows ? "owned paths: C:\\ C:\\windows" : "owned paths: /proc/ /usr/share relative",
     "hostname: vh2.example",
+    lltest::kWindows ? "owned paths: D:\\nowhere" : "owned paths: /sys",
 };
 
 TEST_F(Detect, MapScriptMakesAnHxNode) {
@@ -106,6 +111,25 @@ TEST_F(Detect, MapScriptMakesAnHxNode) {
   EXPECT_NE(r.err.find("Hx_nodename set to node-one."), std::string::npos);
   EXPECT_NE(r.err.find("Clu_cluster_type = HX"), std::string::npos);
   EXPECT_NE(r.err.find("clu_is_localvirthost_hx(): NULL hostname"), std::string::npos);
+}
+
+TEST_F(Detect, HxOwnerIsTheHostOfTheLongestOwnedMountDirectory) {
+  map_script(kMap);
+  const auto r = lltest::kWindows ? run({"own=C:\\x\\y"}) : run({"own=/proc/self", "own=/sys/kernel", "own=/usr/share"});
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const size_t at = r.out.find("local=");
+  ASSERT_NE(at, std::string::npos);
+  const std::string local = r.out.substr(at + 6, r.out.find('\n', at) - at - 6);
+  if (lltest::kWindows) {
+    EXPECT_NE(r.out.find("own C:\\x\\y=vh1\n"), std::string::npos) << r.out;
+  } else {
+    EXPECT_NE(r.out.find("own /proc/self=vh1\nown /sys/kernel=vh2.example\nown /usr/share=" + local + "\n"),
+              std::string::npos)
+        << r.out;
+  }
+  EXPECT_NE(r.err.find("is neither raw device nor fs mount dir - rejecting"), std::string::npos);
+  EXPECT_NE(r.err.find("is fs mount dir - ok"), std::string::npos);
+  EXPECT_NE(r.err.find("\tvhostname=vh1\n"), std::string::npos);
 }
 
 TEST_F(Detect, ClusterModeIsKeptOnceBothArgumentsAreGiven) {
@@ -136,7 +160,8 @@ TEST_F(Detect, NoClusterWhenTheScriptIsWrongOrAbsent) {
       std::remove(root.file(lltest::kWindows ? "bin\\hxmap.bat" : "bin/hxmap").c_str());
     const auto r = run({"lv=vh1", "mode=prog|" + bin()});
     ASSERT_EQ(r.exit_code, 0) << c.name << r.err;
-    EXPECT_NE(r.out.find("type=0 host=0\nlv vh1=0\nmode=0\n"), std::string::npos) << c.name << ": " << r.out;
+    EXPECT_EQ(r.out.rfind("type=0 host=0\n", 0), 0u) << c.name << ": " << r.out;
+    EXPECT_NE(r.out.find("\nlv vh1=0\nmode=0\n"), std::string::npos) << c.name << ": " << r.out;
     EXPECT_NE(r.err.find(c.trace), std::string::npos) << c.name << ": " << r.err;
     EXPECT_NE(r.err.find("Clu_cluster_type = NONE (forced)"), std::string::npos) << c.name;
     EXPECT_NE(r.err.find("clu_is_localvirthost(): unknown cluster type"), std::string::npos) << c.name;
