@@ -48,6 +48,21 @@ LLTEST_CHILD(clu_detect) {
       char *h = clu_pathl_gethost(arg.c_str());
       std::printf("own %s=%s\n", arg.c_str(), h ? h : "(null)");
       std::free(h);
+    } else if (key == "addvirt") {
+      clu_pathl_addpath(lltest::kWindows ? "C:\\" : "/");
+      std::printf("added=%d\n", clu_pathl_addvirthosts());
+      clu_pathl_normalize();
+      clu_pathl_finalize();
+    } else if (key == "mounts") {
+      char **v = nullptr;
+      std::printf("mounts %s:", arg.c_str());
+      clu_pathl_getmounts(arg.c_str(), &v, nullptr);
+      for (char **m = v; m && *m; ++m) {
+        std::printf(" %s", *m);
+        std::free(*m);
+      }
+      std::free(v);
+      std::printf("\n");
     } else if (key == "mode") {
       const size_t bar = arg.find('|');
       const std::string n = arg.substr(0, bar), d = arg.substr(bar + 1);
@@ -56,6 +71,8 @@ LLTEST_CHILD(clu_detect) {
   }
   return 0;
 }
+
+}  // namespace
 
 class Detect : public ::testing::Test {
  protected:
@@ -77,9 +94,10 @@ class Detect : public ::testing::Test {
     chmod(root.file("bin/hxmap").c_str(), 0755);
 #endif
   }
-  lltest::ChildResult run(std::vector<std::string> queries, const char *api = kNoApi) {
+  lltest::ChildResult run(std::vector<std::string> queries, const char *api = kNoApi,
+                          const std::string &cluster = "") {
     queries.insert(queries.begin(), {root.path(), lltest::kWindows ? api : "-"});
-    return lltest::run_child("clu_detect", queries);
+    return lltest::run_child("clu_detect", queries, {"LLCLU_TEST=" + cluster});
   }
   void SetUp() override {
 #ifdef _WIN32
@@ -89,6 +107,8 @@ class Detect : public ::testing::Test {
 #endif
   }
 };
+
+namespace {
 
 const std::vector<std::string> kMap = {
     "# this node's map",
@@ -174,5 +194,60 @@ TEST_F(Detect, NoClusterWhenTheScriptIsWrongOrAbsent) {
   EXPECT_NE(r.err.find("No access to file: "), std::string::npos);
 #endif
 }
+
+#ifdef _WIN32
+// The native kind through the test cluster library: groups online and
+// offline on this node, their network names and disks.
+const std::string kGroups =
+    "group=G1,online,here,vh1,E:;group=G2,offline,here,vh2,F:;group=G3,partial,here,vh3,G:+H:;"
+    "group=G4,online,othernode,vh4,I:;group=G5,online,here,,J:";
+
+TEST_F(Detect, NativeVirtualHostsAreTheGroupsOnlineHere) {
+  const auto r = run({"lv=vh1", "lv=VH1.corp.example", "lv=vh2", "lv=vh3", "lv=vh4", "lv=G5", "lv="}, "llclutest.dll",
+                     kGroups);
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(r.out.rfind("type=1 host=1\n", 0), 0u) << r.out;
+  EXPECT_NE(r.out.find("lv vh1=1\nlv VH1.corp.example=1\nlv vh2=0\nlv vh3=1\nlv vh4=0\nlv G5=0\nlv =0\n"),
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.err.find("Clu_cluster_type = NATIVE"), std::string::npos);
+  EXPECT_NE(r.err.find("ClusterResourceOnline"), std::string::npos);
+}
+
+TEST_F(Detect, NativeDisksFillThePathList) {
+  const auto r = run({"addvirt", "own=E:\\data", "own=g:\\", "own=H:\\x", "own=F:\\x", "own=C:\\x", "mounts=vh3"},
+                     "llclutest.dll", kGroups);
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const size_t at = r.out.find("local=");
+  ASSERT_NE(at, std::string::npos);
+  const std::string local = r.out.substr(at + 6, r.out.find('\n', at) - at - 6);
+  EXPECT_NE(r.out.find("added=3\n"), std::string::npos) << r.out;  // E: of G1, G: and H: of G3
+  EXPECT_NE(r.out.find("own E:\\data=vh1\nown g:\\=vh3\nown H:\\x=vh3\nown F:\\x=" + local + "\nown C:\\x=" +
+                       local + "\nmounts vh3: G:\\ H:\\\n"),
+            std::string::npos)
+      << r.out;
+  // Without a list the owner comes from the cluster's disks directly.
+  const auto d = run({"own=F:\\x", "own=C:\\x"}, "llclutest.dll", kGroups);
+  EXPECT_NE(d.out.find("own F:\\x=vh2\nown C:\\x=" + local + "\n"), std::string::npos) << d.out;
+}
+
+TEST_F(Detect, NativeClusterAbsentIncompleteOrBesideAMap) {
+  map_script(kMap);
+  const auto both = run({}, "llclutest.dll", kGroups);
+  EXPECT_EQ(both.out.rfind("type=0 host=0\n", 0), 0u) << both.out;
+  EXPECT_NE(both.err.find("Warning: more than one cluster type detected..."), std::string::npos);
+  EXPECT_NE(both.err.find("Clu_cluster_type = NONE (forced)"), std::string::npos);
+  std::remove(root.file("bin\\hxmap.bat").c_str());
+
+  const auto partial = run({"lv=vh1"}, "llclutest_partial.dll", kGroups);
+  EXPECT_EQ(partial.out.rfind("type=0 host=0\n", 0), 0u) << partial.out;
+  EXPECT_NE(partial.err.find("ClusterResourceControl not found"), std::string::npos) << partial.err;
+  EXPECT_NE(partial.err.find("Cluster API should be loaded before calling OpenCluster"), std::string::npos);
+
+  const auto absent = run({"own=E:\\x"}, "llclutest.dll", "absent");
+  EXPECT_EQ(absent.out.rfind("type=0 host=0\n", 0), 0u) << absent.out;
+  EXPECT_NE(absent.err.find("Running in a non-cluster environment"), std::string::npos);
+}
+#endif
 
 }  // namespace
