@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "frame/os.h"
 #include "proc/shmem_os.h"
 #include <liblocal/catalog.h>
 #include <liblocal/frame.h>
@@ -74,7 +73,7 @@ void nt_free(shmem_obj *o) noexcept {
   Record *r = rec_of(o);
   os::Mapping m{o->mapping, o->base};
   if (m.base || m.handle)
-    os::close(o->name + 3, o->size, m, r->creator && r->pid == ll::os::process_id());
+    os::close(o->name + 3, o->size, m, r->creator && r->pid == os::process());
   std::free(o->name);
   std::free(r);
 }
@@ -139,7 +138,7 @@ Record *new_record(size_t name_size) noexcept {
     std::free(r);
     return nullptr;
   }
-  r->pid = ll::os::process_id();
+  r->pid = os::process();
   return r;
 }
 
@@ -165,14 +164,14 @@ qzerror *create_nt(uint32_t key, uint32_t size, uint32_t offset, shmem_obj **out
       r->creator = true;
       o->mapping = m.handle;
       o->base = m.base;
+      o->lock_word = reinterpret_cast<volatile int *>(static_cast<char *>(o->base) + at);
+      // The creator always starts from a clean block with its lock free. A
+      // fresh object reads as zeros already: its pages are left untouched.
       if (existed) {
         dprintf(1, "Shared memory object %s already exists!!!\n", o->name);
-        // The creator always starts from a clean block (a fresh object is
-        // zero already).
         std::memset(o->base, 0, size);
+        lock_reset(o);
       }
-      o->lock_word = reinterpret_cast<volatile int *>(static_cast<char *>(o->base) + at);
-      lock_reset(o);
     }
   }
   if (ok) {

@@ -7,6 +7,10 @@
 
 namespace ll::shm_os {
 
+// This process's id, without a system call on the common path (a forked
+// child gets its own).
+uint32_t process() noexcept;
+
 // "Global\\" where the system has that name space, else "".
 const char *name_prefix() noexcept;
 

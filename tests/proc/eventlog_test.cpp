@@ -21,6 +21,7 @@
 
 extern "C" size_t llt_eventlog_wide(const char *utf8, char16_t *out, size_t cap);
 extern "C" size_t llt_eventlog_text(const char *utf8, char *out, size_t cap);
+extern "C" void llt_force_os_class(int c);
 
 namespace {
 
@@ -161,6 +162,12 @@ TEST(SystemLog, ListenerReceivesTheExactMessage) {
   const std::string text = got.substr(got.find("] ", got.find("[category")) + 2);
   EXPECT_EQ(text.size(), 12284u);
   EXPECT_EQ(text, big.substr(0, 12284));
+  // the Windows 9x class writes nothing: the next datagram is the later event
+  llt_force_os_class(4);
+  EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "not written"), 0);
+  llt_force_os_class(0);
+  ASSERT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "written"), 1);
+  EXPECT_NE(log.next().find("] written"), std::string::npos);
   setMyname("baystow");
 }
 
@@ -240,6 +247,11 @@ void set_value(const wchar_t *name, DWORD type, const void *data, DWORD size) {
 
 TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key().c_str());
+  llt_force_os_class(4);  // the Windows 9x class has no event log
+  EXPECT_EQ(event_source_setup("bsw"), 0);
+  EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "nothing"), 0);
+  llt_force_os_class(0);
+  EXPECT_TRUE(read_values().event_file.empty());
   ASSERT_EQ(event_source_setup("bsw"), 1);
   Values v = read_values();
   EXPECT_EQ(v.event_file, library_path());

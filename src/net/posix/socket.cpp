@@ -36,16 +36,17 @@ static_assert(std::is_same_v<qz_socklen_t, socklen_t>, "qz_socklen_t must be soc
 
 namespace ll::net {
 
+// A value that is no open descriptor is "not a socket", as Windows reports it.
 int fail() noexcept {
-  errno = socket_errno(errno);
+  errno = errno == EBADF ? QZ_ENOTSOCK : socket_errno(errno);
   return -1;
 }
 
 namespace {
 
 int fail_with(int e) noexcept {
-  errno = socket_errno(e);
-  return -1;
+  errno = e;
+  return fail();
 }
 
 // ---- wake-up descriptors, one per cancel generation ----

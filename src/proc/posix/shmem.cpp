@@ -5,14 +5,17 @@
 #include "proc/shmem_os.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <pwd.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -70,7 +73,20 @@ bool user_id(const char *user, uid_t &uid) noexcept {
   return true;
 }
 
+std::atomic<uint32_t> g_pid{0};
+void forget_pid() { g_pid.store(0, std::memory_order_relaxed); }
+
 }  // namespace
+
+uint32_t process() noexcept {
+  uint32_t p = g_pid.load(std::memory_order_relaxed);
+  if (p) return p;
+  static std::once_flag once;
+  std::call_once(once, [] { pthread_atfork(nullptr, nullptr, forget_pid); });
+  p = static_cast<uint32_t>(getpid());
+  g_pid.store(p, std::memory_order_relaxed);
+  return p;
+}
 
 const char *name_prefix() noexcept { return "Global\\"; }
 
@@ -95,16 +111,20 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
   }
   if (fd < 0) return false;
 
-  struct stat st {};
-  bool ok = fstat(fd, &st) == 0;
-  if (ok && existed && !adoptable(st)) {
-    errno = EACCES;
-    ok = false;
+  bool ok = true;
+  if (existed) {
+    // Adopted: back to owner-only, at least as large as asked.
+    struct stat st {};
+    ok = fstat(fd, &st) == 0;
+    if (ok && !adoptable(st)) {
+      errno = EACCES;
+      ok = false;
+    }
+    ok = ok && fchmod(fd, kOwnerOnly) == 0;
+    if (ok && static_cast<uint64_t>(st.st_size) < size) ok = ftruncate(fd, static_cast<off_t>(size)) == 0;
   }
-  // The mode asked for at creation passed through the umask; an adopted one
-  // goes back to owner-only.
-  ok = ok && fchmod(fd, kOwnerOnly) == 0;
-  if (ok && static_cast<uint64_t>(st.st_size) < size) ok = ftruncate(fd, static_cast<off_t>(size)) == 0;
+  // Reserving the pages also sets a fresh object's size (a fresh object's
+  // mode is owner-only less what the umask takes away).
   ok = ok && reserve(fd, static_cast<off_t>(size));
   void *p = MAP_FAILED;
   if (ok) {

@@ -95,6 +95,8 @@ bool owned_by_caller(HANDLE h, PSID me) noexcept {
 
 }  // namespace
 
+uint32_t process() noexcept { return GetCurrentProcessId(); }
+
 const char *name_prefix() noexcept { return Win32OSMajorVersionNumber() >= 5 ? "Global\\" : ""; }
 
 bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept {
