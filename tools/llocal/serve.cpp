@@ -14,6 +14,10 @@
 #include <memory>
 #include <vector>
 
+#ifdef _WIN32
+#include <io.h>
+#endif
+
 #include "llocal.h"
 #include "netio.h"
 #include "proto.h"
@@ -43,6 +47,15 @@ std::string self_path() {
 void on_stop(int) {
   g_stop.store(1);
   qz_socancel();
+}
+
+// The connection a handler child was started with.
+qz_socket_t stdin_socket() {
+#ifdef _WIN32
+  return static_cast<qz_socket_t>(_get_osfhandle(0));
+#else
+  return 0;
+#endif
 }
 
 // ---------------------------------------------------------------- one connection
@@ -212,7 +225,7 @@ int serve_connection(qz_socket_t sock, const std::string &store_dir) {
 
 struct ServeOptions {
   std::string store, listen = kDefaultListen, port_file;
-  long long child_sock = -1;
+  bool child = false;  // serve the connection on standard input and output
 };
 
 // Long option words of serve, turned into the letters getopt reads.
@@ -226,7 +239,7 @@ void short_options(int argc, char **argv) {
 }
 
 void announce(const ServeOptions &o, int port) {
-  out("listening on %s, store %s\n", o.listen.c_str(), o.store.c_str());
+  out("listening on port %d, store %s\n", port, o.store.c_str());
   if (o.port_file.empty()) return;
   std::string tmp = o.port_file + ".tmp";
   if (std::FILE *f = qzfopen(tmp.c_str(), "wb")) {
@@ -280,14 +293,14 @@ int run_daemon(const ServeOptions &o, const char *self) {
     if (r <= 0) continue;
     qz_socket_t c = qzaccept(ls, nullptr, nullptr);
     if (c == QZ_INVALID_SOCKET) continue;
-    std::string sock = std::to_string(static_cast<long long>(c));
+    // The child starts with the connection as its standard input and
+    // output: the library's start-up closes every other descriptor a program
+    // inherits.
     std::string self_s = self;
-    std::vector<char *> args = {self_s.data(), const_cast<char *>("serve"), const_cast<char *>("-C"), sock.data(),
+    std::vector<char *> args = {self_s.data(), const_cast<char *>("serve"), const_cast<char *>("-C"),
                                 const_cast<char *>("-s"), const_cast<char *>(o.store.c_str()), nullptr};
-    qz_fd_set inherit;
-    QZ_FD_ZERO(&inherit);
-    QZ_FD_SET(c, &inherit);
-    int id = spawn(0, args.data(), &inherit, nullptr, nullptr);
+    int std3[3] = {static_cast<int>(c), static_cast<int>(c), -1};
+    int id = spawn(0, args.data(), nullptr, std3, nullptr);
     if (id > 0) {
       ++children;
     } else {
@@ -319,26 +332,23 @@ int cmd_serve(int argc, char **argv) {
     return kOk;
   }
   short_options(argc, argv);
-  Options opts(argc, argv, "s:l:p:C:h");
+  Options opts(argc, argv, "s:l:p:Ch");
   ServeOptions o;
   for (int c; (c = opts.next()) != -1;) {
     switch (c) {
       case 's': o.store = opts.arg(); break;
       case 'l': o.listen = opts.arg(); break;
       case 'p': o.port_file = opts.arg(); break;
-      case 'C':
-        if (!parse_number(opts.arg(), o.child_sock) || o.child_sock < 0)
-          return usage_error(cmd, "%s", msg(93, "bad socket number\n"));
-        break;
+      case 'C': o.child = true; break;
       case 'h': return help(cmd);
       default: return opts.bad_option(cmd);
     }
   }
   if (!opts.operands().empty()) return usage_error(cmd, "%s", msg(94, "unexpected operand\n"));
   if (o.store.empty()) return usage_error(cmd, "%s", msg(95, "the store folder is required (--store DIR)\n"));
-  if (o.child_sock >= 0) {
+  if (o.child) {
     regevent(9, on_stop);
-    return serve_connection(static_cast<qz_socket_t>(o.child_sock), o.store);
+    return serve_connection(stdin_socket(), o.store);
   }
   return run_daemon(o, "llocal");
 }

@@ -5,6 +5,13 @@
 #include <cerrno>
 #include <cstring>
 
+#ifdef _WIN32
+#include <process.h>
+#define getpid _getpid
+#else
+#include <unistd.h>
+#endif
+
 namespace llocal::store {
 
 namespace {
@@ -102,7 +109,8 @@ std::FILE *open_data(const std::string &dir, const qzui &id) {
 Writer::~Writer() { discard(); }
 
 bool Writer::begin(std::string &why) {
-  qzui_create(&id_, kIdType, 0);
+  // The process id keeps saves made at once by two handlers apart.
+  qzui_create(&id_, kIdType, static_cast<uint32_t>(getpid()));
   partial_ = join(dir_, ".partial-" + hex_of(id_));
   if (qz_mkdirs(partial_.c_str(), 0700) != 0) {
     why = std::string("cannot make ") + partial_ + ": " + qzmo_strerror(errno);
