@@ -5,7 +5,10 @@
 #include <chrono>
 #include <cstring>
 #include <regex>
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "lltest.h"
 #include <liblocal/eventlog.h>
@@ -178,6 +181,24 @@ TEST(SystemLog, StreamListenerGetsNulEndedRecords) {
   ASSERT_EQ(eventprintf(QZ_EVENT_WARNING, 2, "two"), 1);
   EXPECT_NE(log.next_record().find("[category 2, warning] one 1"), std::string::npos);
   EXPECT_NE(log.next_record().find("[category 2, warning] two"), std::string::npos);
+}
+
+TEST(SystemLog, ThreadsWriteWholeRecords) {
+  lltest::TempDir dir;
+  Listener log(dir);
+  // no more events than a listener's queue holds (10 on Linux): none waits
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([t] {
+      for (int i = 0; i < 2; ++i) eventprintf(QZ_EVENT_INFORMATION, 3, "thread %d event %d", t, i);
+    });
+  std::set<std::string> seen;
+  for (int i = 0; i < 8; ++i) {
+    const std::string m = log.next();
+    seen.insert(m.substr(m.find("] thread ") + 2));
+  }
+  for (auto &th : threads) th.join();
+  EXPECT_EQ(seen.size(), 8u);
 }
 
 TEST(SystemLog, NoListenerNeverBlocks) {
