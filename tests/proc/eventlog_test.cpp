@@ -12,6 +12,7 @@
 
 #include "lltest.h"
 #include <liblocal/eventlog.h>
+#include <liblocal/frame.h>
 #include <liblocal/output.h>
 
 #ifdef _WIN32
@@ -301,16 +302,22 @@ TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
 
 extern "C" void llt_eventlog_registry(const char *key);
 
+// A volatile key takes no lasting subkey: creating the source's key under it fails.
+LLTEST_CHILD(eventlog_refused_key) {
+  liblvars_set_debug(1);
+  llt_eventlog_registry("SOFTWARE\\llt_volatile");
+  return event_source_setup(nullptr);
+}
+
 TEST(EventSource, KeyThatCannotBeCreatedIsReportedAtLevelOne) {
-  // a volatile key takes no lasting subkey: creating the source's key fails
   HKEY k;
   ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_volatile", 0, nullptr, REG_OPTION_VOLATILE,
                             KEY_ALL_ACCESS, nullptr, &k, nullptr), 0);
   RegCloseKey(k);
-  llt_eventlog_registry("SOFTWARE\\llt_volatile");
-  EXPECT_EQ(event_source_setup(nullptr), 0);
-  llt_eventlog_registry(nullptr);
+  const auto r = lltest::run_child("eventlog_refused_key");
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_volatile");
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.err.find("Cannot create EventLog source registry key"), std::string::npos) << r.err;
 }
 
 TEST(EventLog, ReportsAndTheLibrarysMessageTable) {
