@@ -42,12 +42,15 @@ TEST(EventCategory, RowsAndNames) {
   EXPECT_EQ(event_category(nullptr), 0);
 }
 
-TEST(EventSource, FirstAnswerIsKept) {
-  const char *first = event_source_name("bsw");
-  EXPECT_STREQ(first, "Baystow");
-  EXPECT_STREQ(event_source_name("no such key"), "Baystow");
-  EXPECT_STREQ(event_source_name(nullptr), first);
+// A fresh process whose first lookup names the server's source.
+LLTEST_CHILD(eventlog_first_source) {
+  const bool ok = std::strcmp(event_source_name("server"), "Baystow Server") == 0 &&
+                  std::strcmp(event_source_name("no such key"), "Baystow") == 0 &&
+                  std::strcmp(event_source_name(nullptr), "Baystow Server") == 0;
+  return ok ? 0 : 1;
 }
+
+TEST(EventSource, FirstAnswerIsKept) { EXPECT_EQ(lltest::run_child("eventlog_first_source").exit_code, 0); }
 
 std::u16string wide(const char *s, size_t cap) {
   std::u16string out(cap + 1, u'?');
@@ -229,8 +232,12 @@ TEST(SystemLog, NoListenerNeverBlocks) {
   EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(10));
 }
 #else
-// The event source's key in the registry.
-std::wstring source_key() { return L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Baystow"; }
+// The key of an event source in the registry. The set-up tests use the
+// "client" product's source, which nothing else in the test programs sets up;
+// initialisation sets up the library's own ("bsw").
+std::wstring source_key(const wchar_t *source = L"Baystow Client") {
+  return std::wstring(L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\") + source;
+}
 
 std::wstring library_path() {
   wchar_t buf[MAX_PATH * 4];
@@ -242,10 +249,10 @@ struct Values {
   std::wstring event_file, category_file;
   DWORD event_type = 0, count = 0, types = 0;
 };
-Values read_values() {
+Values read_values(const wchar_t *source = L"Baystow Client") {
   Values v;
   HKEY k;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key().c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return v;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key(source).c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return v;
   wchar_t buf[4096];
   DWORD size = sizeof buf, type;
   if (RegQueryValueExW(k, L"EventMessageFile", nullptr, &v.event_type, reinterpret_cast<BYTE *>(buf), &size) == 0)
@@ -270,11 +277,11 @@ void set_value(const wchar_t *name, DWORD type, const void *data, DWORD size) {
 TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key().c_str());
   llt_force_os_class(4);  // the Windows 9x class has no event log
-  EXPECT_EQ(event_source_setup("bsw"), 0);
+  EXPECT_EQ(event_source_setup("client"), 0);
   EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "nothing"), 0);
   llt_force_os_class(0);
   EXPECT_TRUE(read_values().event_file.empty());
-  ASSERT_EQ(event_source_setup("bsw"), 1);
+  ASSERT_EQ(event_source_setup("client"), 1);
   Values v = read_values();
   EXPECT_EQ(v.event_file, library_path());
   EXPECT_EQ(v.category_file, library_path());
@@ -288,16 +295,27 @@ TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   set_value(L"CategoryMessageFile", REG_EXPAND_SZ, upper.c_str(), (upper.size() + 1) * 2);
   const DWORD marker = 99;
   set_value(L"CategoryCount", REG_DWORD, &marker, sizeof marker);
-  ASSERT_EQ(event_source_setup(nullptr), 1);
+  ASSERT_EQ(event_source_setup("client"), 1);
   EXPECT_EQ(read_values().count, 99u);
 
   // another file: the registration is renewed
   const std::wstring other = L"C:\\elsewhere\\other.dll";
   set_value(L"CategoryMessageFile", REG_EXPAND_SZ, other.c_str(), (other.size() + 1) * 2);
-  ASSERT_EQ(event_source_setup(nullptr), 1);
+  ASSERT_EQ(event_source_setup("client"), 1);
   v = read_values();
   EXPECT_EQ(v.category_file, library_path());
   EXPECT_EQ(v.count, 35u);
+}
+
+LLTEST_CHILD(eventlog_qzinit) {
+  qzinit("masterd");
+  return 0;
+}
+
+TEST(EventSource, InitialisationSetsItUp) {
+  RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key(L"Baystow").c_str());
+  EXPECT_EQ(lltest::run_child("eventlog_qzinit").exit_code, 0);
+  EXPECT_EQ(read_values(L"Baystow").category_file, library_path());
 }
 
 extern "C" void llt_eventlog_registry(const char *key);
