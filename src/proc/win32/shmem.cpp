@@ -1,0 +1,155 @@
+// Shared-memory objects on Windows: file mappings backed by the paging file.
+// On the NT kind a new object gets an explicit DACL (the calling user and the
+// system, nobody else) with the calling user as owner; an existing object is
+// used only when its owner is the calling user (or the token's default owner,
+// which is what the system gives objects an administrator creates).
+#include "proc/shmem_os.h"
+
+#include <aclapi.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include "frame/syserr.h"
+#include "frame/win32/win.h"
+#include <liblocal/osver.h>
+
+namespace ll::shm_os {
+namespace {
+
+bool nt_class() noexcept { return Win32OSVersion() != 4; }
+
+bool fail(DWORD code) noexcept {
+  SetLastError(code);
+  ll::set_errno_from_os();
+  return false;
+}
+
+// A token information block (TOKEN_USER, TOKEN_OWNER) of this process, in
+// malloc memory; null on failure (last error set).
+void *token_info(TOKEN_INFORMATION_CLASS cls) noexcept {
+  HANDLE tok = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &tok)) return nullptr;
+  DWORD len = 0;
+  GetTokenInformation(tok, cls, nullptr, 0, &len);
+  void *p = len ? std::malloc(len) : nullptr;
+  if (p && !GetTokenInformation(tok, cls, p, len, &len)) {
+    std::free(p);
+    p = nullptr;
+  }
+  const DWORD e = GetLastError();
+  CloseHandle(tok);
+  SetLastError(e);
+  return p;
+}
+
+// The descriptor of a new object: owner and full access for the caller, full
+// access for the system, nothing for anyone else.
+struct OwnerOnly {
+  void *user = nullptr;  // TOKEN_USER
+  BYTE system[SECURITY_MAX_SID_SIZE];
+  alignas(DWORD) BYTE acl[512];
+  SECURITY_DESCRIPTOR sd;
+  SECURITY_ATTRIBUTES sa;
+
+  ~OwnerOnly() { std::free(user); }
+  bool build() noexcept {
+    user = token_info(TokenUser);
+    if (!user) return false;
+    PSID me = static_cast<TOKEN_USER *>(user)->User.Sid;
+    DWORD n = sizeof system;
+    auto *dacl = reinterpret_cast<PACL>(acl);
+    if (!CreateWellKnownSid(WinLocalSystemSid, nullptr, system, &n) ||
+        !InitializeAcl(dacl, sizeof acl, ACL_REVISION) ||
+        !AddAccessAllowedAce(dacl, ACL_REVISION, SECTION_ALL_ACCESS, me) ||
+        !AddAccessAllowedAce(dacl, ACL_REVISION, SECTION_ALL_ACCESS, system) ||
+        !InitializeSecurityDescriptor(&sd, SECURITY_DESCRIPTOR_REVISION) ||
+        !SetSecurityDescriptorDacl(&sd, TRUE, dacl, FALSE) || !SetSecurityDescriptorOwner(&sd, me, FALSE))
+      return false;
+    sa.nLength = sizeof sa;
+    sa.lpSecurityDescriptor = &sd;
+    sa.bInheritHandle = FALSE;
+    return true;
+  }
+};
+
+// Whether the object's owner is the calling user or the token's default owner.
+bool owned_by_caller(HANDLE h, PSID me) noexcept {
+  PSID owner = nullptr;
+  PSECURITY_DESCRIPTOR psd = nullptr;
+  if (GetSecurityInfo(h, SE_KERNEL_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr, nullptr,
+                      &psd) != ERROR_SUCCESS)
+    return false;
+  bool ok = owner && EqualSid(owner, me);
+  if (!ok && owner) {
+    if (void *def = token_info(TokenOwner)) {
+      ok = EqualSid(owner, static_cast<TOKEN_OWNER *>(def)->Owner) != 0;
+      std::free(def);
+    }
+  }
+  LocalFree(psd);
+  return ok;
+}
+
+}  // namespace
+
+uint32_t process() noexcept { return GetCurrentProcessId(); }
+
+const char *name_prefix() noexcept { return Win32OSMajorVersionNumber() >= 5 ? "Global\\" : ""; }
+
+bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept {
+  HANDLE h;
+  OwnerOnly desc;
+  if (nt_class()) {
+    if (!desc.build()) return fail(GetLastError());
+    h = CreateFileMappingW(INVALID_HANDLE_VALUE, &desc.sa, PAGE_READWRITE, 0, size, win::widen(name).c_str());
+  } else {
+    h = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size, name);
+  }
+  if (!h) return fail(GetLastError());
+  existed = GetLastError() == ERROR_ALREADY_EXISTS;
+  if (existed && nt_class() && !owned_by_caller(h, static_cast<TOKEN_USER *>(desc.user)->User.Sid)) {
+    CloseHandle(h);
+    return fail(ERROR_ACCESS_DENIED);
+  }
+  void *p = MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
+  if (!p) {
+    const DWORD e = GetLastError();
+    CloseHandle(h);
+    return fail(e);
+  }
+  m.handle = h;
+  m.base = p;
+  return true;
+}
+
+bool open(const char *name, uint32_t size, Mapping &m) noexcept {
+  HANDLE h = nt_class() ? OpenFileMappingW(FILE_MAP_WRITE, FALSE, win::widen(name).c_str())
+                        : OpenFileMappingA(FILE_MAP_WRITE, FALSE, name);
+  if (!h) return fail(GetLastError());
+  void *p = MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
+  if (!p) {
+    const DWORD e = GetLastError();
+    CloseHandle(h);
+    return fail(e);
+  }
+  m.handle = h;
+  m.base = p;
+  return true;
+}
+
+void close(const char *, uint32_t, Mapping &m, bool) noexcept {
+  const int e = errno;
+  if (m.base) UnmapViewOfFile(m.base);
+  if (m.handle) CloseHandle(m.handle);
+  m = Mapping{};
+  errno = e;
+}
+
+bool grant(void *, const char *, uint32_t, const char *, const char *) noexcept {
+  return fail(ERROR_CALL_NOT_IMPLEMENTED);
+}
+
+}  // namespace ll::shm_os
