@@ -16,7 +16,9 @@
 
 #ifndef _WIN32
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #else
@@ -370,6 +372,24 @@ TEST(ShmemPosix, CrashedCreatorLeavesABlockTheNextCreatorCleans) {
   EXPECT_FALSE(exists(shm_path(k)));
 }
 
+// A block the system cannot back fails at create (not with a bus error at
+// first touch) and leaves nothing behind.
+LLTEST_CHILD(shmem_too_big) {
+  const unsigned k = static_cast<unsigned>(std::strtoul(argv[0], nullptr, 10));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit lim{1 << 20, 1 << 20};
+  if (setrlimit(RLIMIT_FSIZE, &lim) != 0) return 2;
+  shmem_obj *o = nullptr;
+  if (number_of(shmem_create(k, 64u << 20, 0, SHMEM_NT, &o)) != kEIO || o) return 3;
+  return exists(shm_path(k)) ? 4 : 0;
+}
+
+TEST(ShmemPosix, BlockBeyondTheLimitIsRefused) {
+  const unsigned k = key(10);
+  auto r = lltest::run_child("shmem_too_big", {std::to_string(k)});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_NE(r.err.find("failed to create shmem object " + nt_name(k) + ": "), std::string::npos) << r.err;
+}
 #endif
 
 #ifdef _WIN32
