@@ -417,6 +417,24 @@ TEST(ShmemWindows, ExplicitDacl) {
   }
   EXPECT_TRUE(has_system);
   LocalFree(sd);
+  // A grant adds the user's entry with the mask asked for.
+  ASSERT_EQ(shmem_secure(&o, SHMEM_ACCESS_READ, "Everyone", nullptr), nullptr);
+  ASSERT_EQ(GetSecurityInfo(o->mapping, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl,
+                            nullptr, &sd),
+            static_cast<DWORD>(ERROR_SUCCESS));
+  BYTE world[SECURITY_MAX_SID_SIZE];
+  n = sizeof world;
+  ASSERT_TRUE(CreateWellKnownSid(WinWorldSid, nullptr, world, &n));
+  DWORD granted = 0;
+  for (DWORD i = 0; i < dacl->AceCount; ++i) {
+    void *ace = nullptr;
+    ASSERT_TRUE(GetAce(dacl, i, &ace));
+    auto *allow = static_cast<ACCESS_ALLOWED_ACE *>(ace);
+    if (EqualSid(&allow->SidStart, world)) granted |= allow->Mask;
+  }
+  EXPECT_EQ(granted & SHMEM_ACCESS_READ, SHMEM_ACCESS_READ);
+  EXPECT_EQ(granted & SHMEM_ACCESS_WRITE, 0u);
+  LocalFree(sd);
   o->ops->release(&o);
 }
 #endif
