@@ -118,6 +118,16 @@ bool parse_debug_control(const char *text, int *debug_out) noexcept {
 
 }  // namespace ll
 
+namespace {
+// The identifiers of the start-up steps in the order they ran, for the tests.
+std::mutex g_steps_lock;
+std::string g_steps;
+void note_step(const char *id) {
+  std::lock_guard<std::mutex> g(g_steps_lock);
+  if (g_steps.size() < 1024) g_steps.append(g_steps.empty() ? "" : " ").append(id);
+}
+}  // namespace
+
 extern "C" {
 
 LL_API void _qzinit(const char *name, int argc, char **argv) noexcept {
@@ -125,18 +135,32 @@ LL_API void _qzinit(const char *name, int argc, char **argv) noexcept {
   if (!g_initialised.load(std::memory_order_acquire)) {
     std::lock_guard<std::mutex> g(g_init_lock);
     if (!g_initialised.load(std::memory_order_relaxed)) {
+      note_step("2");
       ll::init::close_inherited();
+      note_step("3");
       if (argv && argc > 0 && argv[0]) ll::init::find_installdir(argv[0]);
+      note_step("4");
       ll::init::find_appdir(name);
+      note_step("5");
       ll::init::locale_and_catalog(name);
+      note_step("5a");
+      ll::init::event_source();
+      note_step("6");
       ll::frame_attach();
       (void)ll::proc();
-      ll::init::event_source();
+      note_step("7");
       ll::init::time_zone();
+      note_step("8");
       ll::init::cluster_start(name);
-      if (Win32OSVersion() != 4) ll::init::optional_entry_points();
+      if (Win32OSVersion() != 4) {
+        note_step("9");
+        ll::init::optional_entry_points();
+      }
+      note_step("10");
       ll::init::set_privileges();
+      note_step("11");
       ll::init::dtree_handlers();
+      note_step("12");
       capture_ids();
       g_print_uids = ll::os::get_env_ptr("BSW_PRINT_UIDS") != nullptr;
       std::srand(ll::os::process_id());
@@ -144,7 +168,9 @@ LL_API void _qzinit(const char *name, int argc, char **argv) noexcept {
       g_initialised.store(1, std::memory_order_release);
     }
   }
+  note_step("14");
   ll::init::clear_opterr();
+  note_step("15");
   convert_arguments(argc, argv);
   g_completed.store(1, std::memory_order_release);
 }
@@ -236,5 +262,14 @@ LL_API int qz_read_debug_control(void) noexcept {
 // Test seams.
 LL_API void llt_set_debug_pending(int v) noexcept { flag_set(qz_debug_wait_pending, v); }
 LL_API int llt_registry_count(void) noexcept { return ll::registry_count(); }
+// Copies the start-up steps run so far ("2 3 4 ..."), then forgets them.
+LL_API void llt_init_steps(char *buf, size_t size) noexcept {
+  std::lock_guard<std::mutex> g(g_steps_lock);
+  if (size == 0) return;
+  size_t n = g_steps.size() < size - 1 ? g_steps.size() : size - 1;
+  std::memcpy(buf, g_steps.data(), n);
+  buf[n] = '\0';
+  g_steps.clear();
+}
 
 }  // extern "C"

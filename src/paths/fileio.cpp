@@ -190,8 +190,6 @@ int rmtree(const std::string &path, int &first_err) {
 
 namespace ll::init {
 void close_inherited() noexcept { ll::paths::close_inherited(); }
-// The library's tree walkers (qz_mkdirs, qz_rmtree) need no registration.
-void dtree_handlers() noexcept {}
 }  // namespace ll::init
 
 extern "C" {

@@ -1,7 +1,13 @@
-// Event log and libraries loaded by name: their teardown (placeholder).
+// Event log and libraries loaded by name: their part of the library's teardown.
 #include "frame/teardown_hooks.h"
+#include "proc/dynlib.h"
+#include "proc/eventlog.h"
+#include "proc/service_hooks.h"
 
 namespace ll::hooks {
-void eventlog_teardown() noexcept {}
-void unload_dynamic_libraries() noexcept {}
+void eventlog_teardown() noexcept {
+  ll::evlog::os::close();
+  ll::svc::teardown();
+}
+void unload_dynamic_libraries() noexcept { ll::dynlib::unload_all(); }
 }  // namespace ll::hooks

@@ -15,6 +15,7 @@
 #include "lltest.h"
 
 extern "C" void llt_set_debug_pending(int v);
+extern "C" void llt_init_steps(char *buf, size_t size);
 
 namespace {
 
@@ -37,6 +38,18 @@ std::string hex(const char *s) {
 }
 
 }  // namespace
+
+// The start-up steps in their order; a second call runs only the per-call ones.
+LLTEST_CHILD(init_steps) {
+  char first[256], second[256];
+  llt_init_steps(first, sizeof first);  // whatever ran before _qzinit
+  _qzinit("steps", 0, nullptr);
+  llt_init_steps(first, sizeof first);
+  _qzinit("steps", 0, nullptr);
+  llt_init_steps(second, sizeof second);
+  std::printf("%s|%s|%d\n", first, second, opterr);
+  return 0;
+}
 
 LLTEST_CHILD(convert_args) {
   latin1_locale();
@@ -61,6 +74,12 @@ TEST(Init, ArgumentsAreConvertedToUtf8UnlessNoUtf8) {
                                                              : "same 636166c3a9 new 0\nc3a974c3a9\n")
         << mast << r.err;
   }
+}
+
+TEST(Init, StepsRunInOrderAndOnce) {
+  lltest::ChildResult c = lltest::run_child("init_steps");
+  EXPECT_EQ(c.exit_code, 0) << c.err;
+  EXPECT_EQ(c.out, "2 3 4 5 5a 6 7 8 9 10 11 12 14 15|14 15|0\n");
 }
 
 TEST(Init, NullAndEmptyArgumentsAreHarmless) {

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "frame/areas.h"
+#include "frame/optional.h"
 #include "paths/win32/wpaths.h"
 
 #include <winnetwk.h>
@@ -93,16 +94,12 @@ struct VolOps {
   BOOL(WINAPI *close)(HANDLE) = nullptr;
   BOOL(WINAPI *volume_path)(LPCWSTR, LPWSTR, DWORD) = nullptr;
   VolOps() {
-    HMODULE k = GetModuleHandleW(L"kernel32.dll");
-    if (!k) return;
-    auto get = [k](auto &fn, const char *name) {
-      fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(reinterpret_cast<void *>(GetProcAddress(k, name)));
-    };
-    get(name_for, "GetVolumeNameForVolumeMountPointW");
-    get(first, "FindFirstVolumeMountPointW");
-    get(next, "FindNextVolumeMountPointW");
-    get(close, "FindVolumeMountPointClose");
-    get(volume_path, "GetVolumePathNameW");
+    auto get = [](auto &fn, ll::optional::Id id) { fn = reinterpret_cast<std::remove_reference_t<decltype(fn)>>(ll::optional::get(id)); };
+    get(name_for, ll::optional::kGetVolumeNameForVolumeMountPointW);
+    get(first, ll::optional::kFindFirstVolumeMountPointW);
+    get(next, ll::optional::kFindNextVolumeMountPointW);
+    get(close, ll::optional::kFindVolumeMountPointClose);
+    get(volume_path, ll::optional::kGetVolumePathNameW);
   }
 };
 const VolOps &volops() { return *ll::process_area<VolOps>(); }
