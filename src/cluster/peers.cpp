@@ -3,18 +3,44 @@
 #include "cluster/state.h"
 
 #include <liblocal/fstab.h>
+#include <liblocal/hostid.h>
 
 #include <cstring>
 
 namespace ll::cluster {
 
-clu_hostcmp_fn startup_compare() noexcept { return nullptr; }
+clu_hostcmp_fn startup_compare() noexcept { return samehost; }
 
-const char *local_host() noexcept { return "localhost"; }
+const char *local_host() noexcept {
+  const char *h = getlocalhost();
+  return h ? h : "localhost";
+}
 
-bool resolve_name(const char *, Resolved *) noexcept { return false; }
+bool resolve_name(const char *name, Resolved *out) noexcept {
+  return name && *name && host_names(qzmo_gethostbyname(name), out);
+}
 
-bool resolve_addr4(const char *, std::string *) noexcept { return false; }
+bool resolve_addr4(const char *dotted, std::string *name) noexcept {
+  unsigned char addr[4];
+  int part = 0, value = -1;
+  for (const char *p = dotted;; ++p) {
+    if (*p >= '0' && *p <= '9') {
+      value = (value < 0 ? 0 : value * 10) + (*p - '0');
+      if (value > 255) return false;
+    } else if ((*p == '.' || !*p) && value >= 0 && part < 4) {
+      addr[part++] = static_cast<unsigned char>(value);
+      value = -1;
+      if (!*p) break;
+    } else {
+      return false;
+    }
+  }
+  if (part != 4) return false;
+  Resolved r;
+  if (!host_names(qzmo_gethostbyaddr(reinterpret_cast<const char *>(addr), 4, 2 /* AF_INET */), &r)) return false;
+  *name = r.official;
+  return true;
+}
 
 namespace {
 // a and b name the same directory: trailing separators aside, and with the

@@ -10,8 +10,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <atomic>
 #include <string>
 #include <sys/stat.h>
+#include <thread>
 #include <vector>
 
 #include "lltest.h"
@@ -73,6 +75,25 @@ LLTEST_CHILD(clu_detect) {
 }
 
 }  // namespace
+
+// Threads that all ask first: detection runs once and every thread sees its
+// answer.
+LLTEST_CHILD(clu_race) {
+  const std::string prog = std::string(argv[0]) + (lltest::kWindows ? "\\bin\\prog.exe" : "/bin/prog");
+  llt_appdir_reset(prog.c_str(), lltest::kWindows ? '\\' : '/');
+  qz_find_installdir(prog.c_str());
+  llt_clu_set_api_library("no-such-clusapi.dll");
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; ++i)
+    threads.emplace_back([&, i] {
+      const int lv = i % 2 ? clu_is_localvirthost("vh1") : (clu_is_cluster_host(), clu_is_localvirthost("vh1"));
+      if (lv != 1 || clu_get_type() != CLU_TYPE_HX) ++wrong;
+    });
+  for (std::thread &t : threads) t.join();
+  std::printf("wrong=%d\n", wrong.load());
+  return 0;
+}
 
 class Detect : public ::testing::Test {
  protected:
@@ -150,6 +171,13 @@ TEST_F(Detect, HxOwnerIsTheHostOfTheLongestOwnedMountDirectory) {
   EXPECT_NE(r.err.find("is neither raw device nor fs mount dir - rejecting"), std::string::npos);
   EXPECT_NE(r.err.find("is fs mount dir - ok"), std::string::npos);
   EXPECT_NE(r.err.find("\tvhostname=vh1\n"), std::string::npos);
+}
+
+TEST_F(Detect, ThreadsAskingAtOnceShareOneDetection) {
+  map_script(kMap);
+  const auto r = lltest::run_child("clu_race", {root.path()});
+  EXPECT_EQ(r.out, "wrong=0\n") << r.err;
+  EXPECT_EQ(r.exit_code, 0);
 }
 
 TEST_F(Detect, ClusterModeIsKeptOnceBothArgumentsAreGiven) {

@@ -6,6 +6,7 @@
 #include <netdb.h>
 #endif
 
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <thread>
@@ -223,3 +224,59 @@ TEST(HostIdSystem, ResolverCopiesArePerThread) {
 }
 
 }  // namespace
+
+#ifdef _WIN32
+// Without the IP helper the addresses come from the bound devices' TCP/IP
+// values: static addresses, or the DHCP one when the static list ends in 0.
+extern "C" void llt_hostid_no_iphelper(int on);
+
+namespace {
+
+const wchar_t kLinkage[] = L"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage";
+
+void put_multi(const wchar_t *key, const wchar_t *value, const wchar_t *data, size_t chars) {
+  HKEY k;
+  ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, key, 0, nullptr, 0, KEY_WRITE, nullptr, &k, nullptr), ERROR_SUCCESS);
+  RegSetValueExW(k, value, 0, REG_MULTI_SZ, reinterpret_cast<const BYTE *>(data),
+                 static_cast<DWORD>(chars * sizeof(wchar_t)));
+  RegCloseKey(k);
+}
+
+LLTEST_CHILD(hostid_registry_addrs) {
+  llt_hostid_no_iphelper(1);
+  sockaddr *list = nullptr;
+  int n = get_myaddrs(&list);
+  std::printf("%d", n);
+  for (int i = 0; i < n; ++i) {
+    const unsigned char *a = reinterpret_cast<const unsigned char *>(list) + 16 * i + 4;
+    std::printf(" %u.%u.%u.%u", a[0], a[1], a[2], a[3]);
+  }
+  std::printf(" again %d\n", get_myaddrs(nullptr));
+  return 0;
+}
+
+TEST(HostIdSystem, RegistryFallbackWithoutTheIpHelper) {
+  HKEY probe;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kLinkage, 0, KEY_READ, &probe) == ERROR_SUCCESS) {
+    RegCloseKey(probe);
+    GTEST_SKIP() << "this system has its own TCP/IP bindings";
+  }
+  EXPECT_EQ(lltest::run_child("hostid_registry_addrs").out, "0 again 0\n");
+
+  const wchar_t bind[] = L"\\Device\\LLTestA\0\\Device\\LLTestB\0";
+  put_multi(kLinkage, L"Bind", bind, sizeof bind / sizeof bind[0]);
+  const wchar_t a[] = L"192.0.2.10\0bogus\0" L"192.0.2.11\0";
+  put_multi(L"SYSTEM\\CurrentControlSet\\Services\\LLTestA\\Parameters\\Tcpip", L"IPAddress", a, sizeof a / 2);
+  const wchar_t b[] = L"0.0.0.0\0";
+  const wchar_t dhcp[] = L"192.0.2.20\0";
+  put_multi(L"SYSTEM\\CurrentControlSet\\Services\\LLTestB\\Parameters\\Tcpip", L"IPAddress", b, sizeof b / 2);
+  put_multi(L"SYSTEM\\CurrentControlSet\\Services\\LLTestB\\Parameters\\Tcpip", L"DHCPIPAddress", dhcp, sizeof dhcp / 2);
+  std::string out = lltest::run_child("hostid_registry_addrs").out;
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\LLTestA");
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\LLTestB");
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, kLinkage);
+  EXPECT_EQ(out, "3 192.0.2.10 192.0.2.11 192.0.2.20 again 3\n");
+}
+
+}  // namespace
+#endif

@@ -16,7 +16,9 @@
 
 #ifndef _WIN32
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #else
@@ -370,6 +372,24 @@ TEST(ShmemPosix, CrashedCreatorLeavesABlockTheNextCreatorCleans) {
   EXPECT_FALSE(exists(shm_path(k)));
 }
 
+// A block the system cannot back fails at create (not with a bus error at
+// first touch) and leaves nothing behind.
+LLTEST_CHILD(shmem_too_big) {
+  const unsigned k = static_cast<unsigned>(std::strtoul(argv[0], nullptr, 10));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit lim{1 << 20, 1 << 20};
+  if (setrlimit(RLIMIT_FSIZE, &lim) != 0) return 2;
+  shmem_obj *o = nullptr;
+  if (number_of(shmem_create(k, 64u << 20, 0, SHMEM_NT, &o)) != kEIO || o) return 3;
+  return exists(shm_path(k)) ? 4 : 0;
+}
+
+TEST(ShmemPosix, BlockBeyondTheLimitIsRefused) {
+  const unsigned k = key(10);
+  auto r = lltest::run_child("shmem_too_big", {std::to_string(k)});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_NE(r.err.find("failed to create shmem object " + nt_name(k) + ": "), std::string::npos) << r.err;
+}
 #endif
 
 #ifdef _WIN32
@@ -396,6 +416,24 @@ TEST(ShmemWindows, ExplicitDacl) {
     has_system = has_system || EqualSid(&allow->SidStart, system);
   }
   EXPECT_TRUE(has_system);
+  LocalFree(sd);
+  // A grant adds the user's entry with the mask asked for.
+  ASSERT_EQ(shmem_secure(&o, SHMEM_ACCESS_READ, "Everyone", nullptr), nullptr);
+  ASSERT_EQ(GetSecurityInfo(o->mapping, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl,
+                            nullptr, &sd),
+            static_cast<DWORD>(ERROR_SUCCESS));
+  BYTE world[SECURITY_MAX_SID_SIZE];
+  n = sizeof world;
+  ASSERT_TRUE(CreateWellKnownSid(WinWorldSid, nullptr, world, &n));
+  DWORD granted = 0;
+  for (DWORD i = 0; i < dacl->AceCount; ++i) {
+    void *ace = nullptr;
+    ASSERT_TRUE(GetAce(dacl, i, &ace));
+    auto *allow = static_cast<ACCESS_ALLOWED_ACE *>(ace);
+    if (EqualSid(&allow->SidStart, world)) granted |= allow->Mask;
+  }
+  EXPECT_EQ(granted & SHMEM_ACCESS_READ, SHMEM_ACCESS_READ);
+  EXPECT_EQ(granted & SHMEM_ACCESS_WRITE, 0u);
   LocalFree(sd);
   o->ops->release(&o);
 }
