@@ -125,8 +125,7 @@ LL_API qz_fstab_t *getfstab(int *out) noexcept {
   if (!g_built.load(std::memory_order_relaxed)) {
     Table t;
     g_builds.fetch_add(1);
-    if (const int e = build(t)) {
-      errno = e;
+    if (!build(t)) {
       return nullptr;  // not kept: the next call asks the system again
     }
     publish(t);

@@ -72,9 +72,10 @@ void add_repair_disk(Table &t);
 int injected_failure() noexcept;
 
 // ---- back-end ----
-// Fills t from the system. 0, or an errno value when the list of drives
-// (the mount table) cannot be read; t is then left empty.
-int build(Table &t) noexcept;
+// Fills t from the system. False, with errno set (0 when the system gave no
+// reason), when the list of drives (the mount table) cannot be read; t is
+// then left empty.
+bool build(Table &t) noexcept;
 // File-system types of this platform that are never local save sets, beyond
 // the common word table.
 bool platform_nonlocal_type(const char *type) noexcept;

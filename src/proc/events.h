@@ -39,6 +39,11 @@ void read_debug_control() noexcept;
 bool started() noexcept;
 void forget_start() noexcept;
 
+// Parses the debug control text: "word = number" (the number lands in Debug
+// whatever the word); digits beyond the range of an int saturate. False when
+// the text holds no assignment.
+bool parse_control(const char *text, int *value) noexcept;
+
 namespace os {
 // At library attach: Windows starts the listener there; POSIX systems leave
 // the process's signals alone until initialisation or the first regevent.

@@ -13,6 +13,7 @@
 #include <liblocal/catalog.h>
 #include <liblocal/frame.h>
 #include <liblocal/output.h>
+#include <liblocal/security.h>
 #include <liblocal/syserr.h>
 
 namespace {
@@ -306,8 +307,13 @@ LL_API qzerror *shmem_secure(shmem_obj **objp, unsigned int mask, const char *us
                              const char *domain) noexcept {
   if (!objp || !*objp) return nullptr;
   shmem_obj *o = *objp;
-  if (o->ops == &kNtOps && os::grant(o->mapping, o->name + 3, mask, user, domain)) return nullptr;
-  if (o->ops != &kNtOps) errno = kEINVAL;
+  if (o->ops == &kNtOps) {
+    unsigned char sid[QZ_SID_MAX];
+    const int n = user ? get_user_sid(user, domain, sid, sizeof sid) : get_my_sid(sid, sizeof sid);
+    if (n > 0 && os::grant(o->mapping, o->name + 3, mask, sid)) return nullptr;
+  } else {
+    errno = kEINVAL;  // a private block has nothing to secure
+  }
   const int err = errno;
   qzerror *e = record(kEIO, 993, "failed to secure shmem object %s: %s", o->name, qzmo_strerror(err));
   errno = err;

@@ -32,7 +32,7 @@ bool open(const char *name, uint32_t size, Mapping &m) noexcept;
 // the name up (POSIX; Windows objects end with their last handle).
 void close(const char *name, uint32_t size, Mapping &m, bool remove_name) noexcept;
 
-// Grants the user (null: the caller) 'mask' on the object.
-bool grant(void *handle, const char *name, uint32_t mask, const char *user, const char *domain) noexcept;
+// Grants the identifier 'sid' (liblocal/security.h) 'mask' on the object.
+bool grant(void *handle, const char *name, uint32_t mask, const void *sid) noexcept;
 
 }  // namespace ll::shm_os

@@ -5,10 +5,14 @@
 #include <chrono>
 #include <cstring>
 #include <regex>
+#include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "lltest.h"
 #include <liblocal/eventlog.h>
+#include <liblocal/frame.h>
 #include <liblocal/output.h>
 
 #ifdef _WIN32
@@ -38,12 +42,15 @@ TEST(EventCategory, RowsAndNames) {
   EXPECT_EQ(event_category(nullptr), 0);
 }
 
-TEST(EventSource, FirstAnswerIsKept) {
-  const char *first = event_source_name("bsw");
-  EXPECT_STREQ(first, "Baystow");
-  EXPECT_STREQ(event_source_name("no such key"), "Baystow");
-  EXPECT_STREQ(event_source_name(nullptr), first);
+// A fresh process whose first lookup names the server's source.
+LLTEST_CHILD(eventlog_first_source) {
+  const bool ok = std::strcmp(event_source_name("server"), "Baystow Server") == 0 &&
+                  std::strcmp(event_source_name("no such key"), "Baystow") == 0 &&
+                  std::strcmp(event_source_name(nullptr), "Baystow Server") == 0;
+  return ok ? 0 : 1;
 }
+
+TEST(EventSource, FirstAnswerIsKept) { EXPECT_EQ(lltest::run_child("eventlog_first_source").exit_code, 0); }
 
 std::u16string wide(const char *s, size_t cap) {
   std::u16string out(cap + 1, u'?');
@@ -180,6 +187,24 @@ TEST(SystemLog, StreamListenerGetsNulEndedRecords) {
   EXPECT_NE(log.next_record().find("[category 2, warning] two"), std::string::npos);
 }
 
+TEST(SystemLog, ThreadsWriteWholeRecords) {
+  lltest::TempDir dir;
+  Listener log(dir);
+  // no more events than a listener's queue holds (10 on Linux): none waits
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([t] {
+      for (int i = 0; i < 2; ++i) eventprintf(QZ_EVENT_INFORMATION, 3, "thread %d event %d", t, i);
+    });
+  std::set<std::string> seen;
+  for (int i = 0; i < 8; ++i) {
+    const std::string m = log.next();
+    seen.insert(m.substr(m.find("] thread ") + 2));
+  }
+  for (auto &th : threads) th.join();
+  EXPECT_EQ(seen.size(), 8u);
+}
+
 TEST(SystemLog, NoListenerNeverBlocks) {
   lltest::TempDir dir;
   const auto t0 = std::chrono::steady_clock::now();
@@ -207,8 +232,12 @@ TEST(SystemLog, NoListenerNeverBlocks) {
   EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(10));
 }
 #else
-// The event source's key in the registry.
-std::wstring source_key() { return L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Baystow"; }
+// The key of an event source in the registry. The set-up tests use the
+// "client" product's source, which nothing else in the test programs sets up;
+// initialisation sets up the library's own ("bsw").
+std::wstring source_key(const wchar_t *source = L"Baystow Client") {
+  return std::wstring(L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\") + source;
+}
 
 std::wstring library_path() {
   wchar_t buf[MAX_PATH * 4];
@@ -220,10 +249,10 @@ struct Values {
   std::wstring event_file, category_file;
   DWORD event_type = 0, count = 0, types = 0;
 };
-Values read_values() {
+Values read_values(const wchar_t *source = L"Baystow Client") {
   Values v;
   HKEY k;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key().c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return v;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key(source).c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return v;
   wchar_t buf[4096];
   DWORD size = sizeof buf, type;
   if (RegQueryValueExW(k, L"EventMessageFile", nullptr, &v.event_type, reinterpret_cast<BYTE *>(buf), &size) == 0)
@@ -248,11 +277,11 @@ void set_value(const wchar_t *name, DWORD type, const void *data, DWORD size) {
 TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key().c_str());
   llt_force_os_class(4);  // the Windows 9x class has no event log
-  EXPECT_EQ(event_source_setup("bsw"), 0);
+  EXPECT_EQ(event_source_setup("client"), 0);
   EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "nothing"), 0);
   llt_force_os_class(0);
   EXPECT_TRUE(read_values().event_file.empty());
-  ASSERT_EQ(event_source_setup("bsw"), 1);
+  ASSERT_EQ(event_source_setup("client"), 1);
   Values v = read_values();
   EXPECT_EQ(v.event_file, library_path());
   EXPECT_EQ(v.category_file, library_path());
@@ -266,30 +295,47 @@ TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   set_value(L"CategoryMessageFile", REG_EXPAND_SZ, upper.c_str(), (upper.size() + 1) * 2);
   const DWORD marker = 99;
   set_value(L"CategoryCount", REG_DWORD, &marker, sizeof marker);
-  ASSERT_EQ(event_source_setup(nullptr), 1);
+  ASSERT_EQ(event_source_setup("client"), 1);
   EXPECT_EQ(read_values().count, 99u);
 
   // another file: the registration is renewed
   const std::wstring other = L"C:\\elsewhere\\other.dll";
   set_value(L"CategoryMessageFile", REG_EXPAND_SZ, other.c_str(), (other.size() + 1) * 2);
-  ASSERT_EQ(event_source_setup(nullptr), 1);
+  ASSERT_EQ(event_source_setup("client"), 1);
   v = read_values();
   EXPECT_EQ(v.category_file, library_path());
   EXPECT_EQ(v.count, 35u);
 }
 
+LLTEST_CHILD(eventlog_qzinit) {
+  qzinit("masterd");
+  return 0;
+}
+
+TEST(EventSource, InitialisationSetsItUp) {
+  RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key(L"Baystow").c_str());
+  EXPECT_EQ(lltest::run_child("eventlog_qzinit").exit_code, 0);
+  EXPECT_EQ(read_values(L"Baystow").category_file, library_path());
+}
+
 extern "C" void llt_eventlog_registry(const char *key);
 
+// A volatile key takes no lasting subkey: creating the source's key under it fails.
+LLTEST_CHILD(eventlog_refused_key) {
+  liblvars_set_debug(1);
+  llt_eventlog_registry("SOFTWARE\\llt_volatile");
+  return event_source_setup(nullptr);
+}
+
 TEST(EventSource, KeyThatCannotBeCreatedIsReportedAtLevelOne) {
-  // a volatile key takes no lasting subkey: creating the source's key fails
   HKEY k;
   ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_volatile", 0, nullptr, REG_OPTION_VOLATILE,
                             KEY_ALL_ACCESS, nullptr, &k, nullptr), 0);
   RegCloseKey(k);
-  llt_eventlog_registry("SOFTWARE\\llt_volatile");
-  EXPECT_EQ(event_source_setup(nullptr), 0);
-  llt_eventlog_registry(nullptr);
+  const auto r = lltest::run_child("eventlog_refused_key");
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_volatile");
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.err.find("Cannot create EventLog source registry key"), std::string::npos) << r.err;
 }
 
 TEST(EventLog, ReportsAndTheLibrarysMessageTable) {

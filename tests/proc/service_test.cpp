@@ -240,6 +240,138 @@ TEST(Service, InstallAndRemoveWriteTheUnitFile) {
 }
 #endif  // !_WIN32
 
+
+#ifdef _WIN32
+namespace {
+const char kName[] = "llsvctest";
+
+// The test service: the test binary run by the service control manager. Its
+// folder holds "mode" ("run", or "never": it never reports running), the
+// words it was started with, and what happened.
+LLTEST_CHILD(svc_win) {
+  SetEnvironmentVariableW(L"HOMEDRIVE", nullptr);  // set by Wine even in services
+  g_dir = argv[0];
+  std::string words;
+  for (int i = 0; i < argc; ++i) words += std::string(i ? " " : "") + argv[i];
+  evtest::put(g_dir + "/args", words);
+  const bool never = evtest::slurp(g_dir + "/mode") == "never";
+  qzinit("svcwin");
+  if (never) llt_svc_times(1, 300, 200, 0);
+  regevent(9, stop_handler);
+  evtest::put(g_dir + "/registered", std::to_string(RegisterThisService(kName)));
+  if (!never) StartThisService(nullptr);
+  for (int i = 0; i < 2400; ++i) {
+    if (!never && evtest::exists(g_dir + "/handler")) return 0;
+    if (evtest::exists(g_dir + "/stop5")) {
+      std::remove((g_dir + "/stop5").c_str());
+      StopThisService(nullptr, 5);
+    }
+    Sleep(50);
+  }
+  return 1;
+}
+
+struct Svc {
+  SC_HANDLE mgr = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS);
+  SC_HANDLE h = nullptr;
+  Svc() { h = mgr ? OpenServiceW(mgr, L"llsvctest", SERVICE_ALL_ACCESS) : nullptr; }
+  ~Svc() {
+    if (h) CloseServiceHandle(h);
+    if (mgr) CloseServiceHandle(mgr);
+  }
+  SERVICE_STATUS status() const {
+    SERVICE_STATUS st{};
+    QueryServiceStatus(h, &st);
+    return st;
+  }
+  // Waits (at most 30 s) for a state.
+  bool reaches(DWORD state) const {
+    for (int i = 0; i < 600; ++i) {
+      if (status().dwCurrentState == state) return true;
+      Sleep(50);
+    }
+    return false;
+  }
+  bool control(DWORD c) const {
+    SERVICE_STATUS st;
+    return ControlService(h, c, &st) != 0;
+  }
+};
+
+std::string image_path() {
+  wchar_t buf[2048];
+  DWORD size = sizeof buf;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\llsvctest", L"ImagePath",
+                   RRF_RT_REG_SZ | RRF_RT_REG_EXPAND_SZ | RRF_NOEXPAND, nullptr, buf, &size) != ERROR_SUCCESS)
+    return "";
+  char out[4096];
+  WideCharToMultiByte(CP_UTF8, 0, buf, -1, out, sizeof out, nullptr, nullptr);
+  return out;
+}
+}  // namespace
+
+TEST(Service, WindowsServiceFromInstallToRemoval) {
+  {
+    Svc old;  // left over from an interrupted run
+    if (old.h) {
+      old.control(SERVICE_CONTROL_STOP);
+      DeleteService(old.h);
+    }
+  }
+  lltest::TempDir dir;
+  llt_svc_times(0, 0, 0, 200);
+  std::string words[] = {lltest::self_path(), "-add", "--lltest-child", "svc_win", dir.path(), "extra"};
+  char *argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), words[4].data(),
+                  words[5].data(), nullptr};
+  ASSERT_EQ(SvcInstalling2(6, argv, kName, "liblocal test service", 1), 1);
+  char self[MAX_PATH];
+  GetModuleFileNameA(nullptr, self, MAX_PATH);
+  EXPECT_EQ(image_path(), "\"" + std::string(self) + "\" --lltest-child svc_win " + dir.path() + " extra");
+  {
+  Svc svc;
+  ASSERT_TRUE(svc.h);
+
+  // Started, paused, continued and stopped by the manager.
+  evtest::put(dir.file("mode"), "run");
+  EXPECT_EQ(start_service(kName, 60), 0);
+  EXPECT_EQ(is_service_running(kName), 1);
+  EXPECT_EQ(evtest::slurp(dir.file("registered")), "1");
+  EXPECT_EQ(evtest::slurp(dir.file("args")), dir.path() + " extra");
+  EXPECT_TRUE(svc.control(SERVICE_CONTROL_PAUSE));
+  EXPECT_TRUE(svc.reaches(SERVICE_PAUSED));
+  EXPECT_TRUE(svc.control(SERVICE_CONTROL_CONTINUE));
+  EXPECT_TRUE(svc.reaches(SERVICE_RUNNING));
+  EXPECT_EQ(stop_service(kName, 60), 0);
+  EXPECT_EQ(evtest::slurp(dir.file("handler")), "9");
+  EXPECT_EQ(svc.status().dwWin32ExitCode, 0u);
+  EXPECT_EQ(is_service_running(kName), 0);
+
+  // Stopped by itself with exit code 5.
+  std::remove(dir.file("handler").c_str());
+  EXPECT_EQ(start_service(kName, 60), 0);
+  evtest::put(dir.file("stop5"), "");
+  EXPECT_TRUE(svc.reaches(SERVICE_STOPPED));
+  EXPECT_EQ(svc.status().dwWin32ExitCode, 5u);
+
+  // Never reports running: stopped with the time-out error once the (short)
+  // start limit has passed; the stop handler's grace ends the process.
+  std::remove(dir.file("handler").c_str());
+  evtest::put(dir.file("mode"), "never");
+  EXPECT_EQ(start_service(kName, 1), -1);
+  EXPECT_TRUE(svc.reaches(SERVICE_STOPPED));
+  EXPECT_EQ(svc.status().dwWin32ExitCode, 1053u);
+  EXPECT_EQ(evtest::slurp(dir.file("handler")), "9");
+  }  // the manager deletes a service once no handle to it is open
+
+  std::string rem = "-rem";
+  argv[1] = rem.data();
+  EXPECT_EQ(SvcInstalling(argv, kName, nullptr), 1);
+  EXPECT_EQ(image_path(), "");
+  EXPECT_EQ(is_service_running(kName), 0);
+  EXPECT_EQ(start_service(kName, 1), -1);
+}
+#endif
+
 TEST(Service, PlainProcessIsNoService) {
   lltest::ScopedEnv a("NOTIFY_SOCKET", nullptr), b("INVOCATION_ID", nullptr);
   if (!lltest::kWindows) {

@@ -5,6 +5,7 @@
 // log drops the event at once; a listener whose queue is full gets at most a
 // short bounded wait, and none while it stays full.
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -40,7 +41,13 @@ struct Log {
 };
 
 Log &log() {
-  static Log *l = new Log;  // never destroyed: usable until the very end
+  // Never destroyed: usable until the very end. A fork waits for an event
+  // being written, so that the child never inherits the lock held.
+  static Log *l = [] {
+    auto *made = new Log;
+    ::pthread_atfork([] { log().lock.lock(); }, [] { log().lock.unlock(); }, [] { log().lock.unlock(); });
+    return made;
+  }();
   return *l;
 }
 

@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -163,32 +162,6 @@ bool start_listener(bool console) noexcept {
 void exit_process(int code) noexcept { std::exit(code); }
 
 namespace {
-// "word = number"; the number lands in Debug (as the frame's reader does).
-// Digits beyond the range of an int saturate.
-bool parse_control(const char *p, int *out) {
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-  while (blank(*p)) ++p;
-  const char *word = p;
-  while ((*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z')) ++p;
-  if (p == word) return false;
-  while (blank(*p)) ++p;
-  if (*p == '=') ++p;
-  else if (*p != '\0') return false;
-  while (blank(*p)) ++p;
-  const bool neg = *p == '-';
-  if (neg) ++p;
-  long long v = 0;
-  while (*p >= '0' && *p <= '9') {
-    if (v < INT_MAX) v = v * 10 + (*p - '0');
-    ++p;
-  }
-  if (v > INT_MAX) v = INT_MAX;
-  *out = static_cast<int>(neg ? -v : v);
-  return true;
-}
-}  // namespace
-
-namespace {
 int read_control_file(const char *path) {
   if (!path || !*path) return 0;
   // The file sits in a shared temporary directory: follow no link, block on
@@ -216,7 +189,7 @@ int read_control_file(const char *path) {
   if (lstat(path, &now) == 0 && now.st_dev == st.st_dev && now.st_ino == st.st_ino) unlink(path);
   close(fd);
   int value;
-  if (parse_control(buf, &value)) __atomic_store_n(&Debug, value, __ATOMIC_RELAXED);
+  if (ll::ev::parse_control(buf, &value)) __atomic_store_n(&Debug, value, __ATOMIC_RELAXED);
   return 1;
 }
 }  // namespace

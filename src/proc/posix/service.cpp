@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "frame/os.h"
+#include "proc/posix/notify.h"
 #include <liblocal/catalog.h>
 #include <liblocal/frame.h>
 #include <liblocal/output.h>
@@ -55,24 +56,6 @@ std::string unit_dir() {
 int g_sock = -1;
 sockaddr_un g_addr{};
 socklen_t g_addr_len = 0;
-
-// The manager's socket: "@name" is an abstract name (the address is exactly
-// as long as the name), anything else must be an absolute path that fits.
-bool make_address(const char *v, sockaddr_un *a, socklen_t *len) {
-  const size_t n = std::strlen(v);
-  std::memset(a, 0, sizeof *a);
-  a->sun_family = AF_UNIX;
-  if (v[0] == '@') {
-    if (n < 2 || n > sizeof a->sun_path) return false;
-    std::memcpy(a->sun_path + 1, v + 1, n - 1);
-    *len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + n);
-    return true;
-  }
-  if (v[0] != '/' || n >= sizeof a->sun_path) return false;
-  std::memcpy(a->sun_path, v, n + 1);
-  *len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + n + 1);
-  return true;
-}
 
 // One datagram with the sender's credentials; errno on failure.
 bool notify(const std::string &text) {
@@ -308,7 +291,7 @@ bool begin(const char *) noexcept {
   const std::string wd_usec = take_env("WATCHDOG_USEC");
   const std::string wd_pid = take_env("WATCHDOG_PID");
   if (!sock.empty()) {
-    if (make_address(sock.c_str(), &g_addr, &g_addr_len))
+    if (notify_address(sock.c_str(), &g_addr, &g_addr_len))
       g_sock = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     else
       dprintf(2, "service manager socket %s refused\n", sock.c_str());

@@ -6,7 +6,6 @@
 
 #include <fcntl.h>
 #include <pthread.h>
-#include <pwd.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,8 +16,8 @@
 #include <cstring>
 #include <mutex>
 #include <string>
-#include <vector>
 
+#include <liblocal/security.h>
 #include <liblocal/shmem.h>
 
 namespace ll::shm_os {
@@ -51,26 +50,6 @@ bool reserve(int fd, off_t size) noexcept {
 bool adoptable(const struct stat &st) noexcept {
   return S_ISREG(st.st_mode) && st.st_uid == geteuid() && (st.st_mode & (S_IWGRP | S_IWOTH)) == 0 &&
          st.st_nlink == 1;
-}
-
-bool user_id(const char *user, uid_t &uid) noexcept {
-  if (!user) {
-    uid = geteuid();
-    return true;
-  }
-  long n = sysconf(_SC_GETPW_R_SIZE_MAX);
-  std::vector<char> buf(n > 0 ? static_cast<size_t>(n) : 16384);
-  passwd pw{};
-  passwd *res = nullptr;
-  int r;
-  while ((r = getpwnam_r(user, &pw, buf.data(), buf.size(), &res)) == ERANGE && buf.size() < (1u << 20))
-    buf.resize(buf.size() * 2);
-  if (r != 0 || !res) {
-    errno = r ? r : EINVAL;
-    return false;
-  }
-  uid = pw.pw_uid;
-  return true;
 }
 
 std::atomic<uint32_t> g_pid{0};
@@ -177,20 +156,17 @@ void close(const char *name, uint32_t size, Mapping &m, bool remove_name) noexce
   errno = e;
 }
 
-bool grant(void *handle, const char *, uint32_t mask, const char *user, const char *) noexcept {
-  const int fd = fd_of(handle);
-  constexpr uint32_t kWrite = SHMEM_ACCESS_WRITE | 0x40000000u | 0x10000000u;  // map write, generic write / all
-  constexpr uint32_t kRead = SHMEM_ACCESS_READ | 0x80000000u;                  // map read, generic read
+// Section rights and generic rights alike: any write right grants read and
+// write, a read right read only.
+bool grant(void *handle, const char *, uint32_t mask, const void *sid) noexcept {
+  constexpr uint32_t kWrite = SHMEM_ACCESS_WRITE | QZ_ACCESS_WRITE | QZ_ACCESS_ALL;
+  constexpr uint32_t kRead = SHMEM_ACCESS_READ | QZ_ACCESS_READ;
   if (!(mask & (kWrite | kRead))) {
     errno = EINVAL;
     return false;
   }
-  uid_t uid;
-  if (!user_id(user, uid)) return false;
-  struct stat st {};
-  if (fstat(fd, &st) != 0) return false;
-  if (st.st_uid != uid && fchown(fd, uid, static_cast<gid_t>(-1)) != 0) return false;
-  return fchmod(fd, (mask & kWrite) ? kOwnerOnly : S_IRUSR) == 0;
+  const uint32_t access = (mask & kWrite) ? QZ_ACCESS_READ | QZ_ACCESS_WRITE : QZ_ACCESS_READ;
+  return qz_change_handle_dacl(static_cast<intptr_t>(fd_of(handle)), sid, access) == 0;
 }
 
 }  // namespace ll::shm_os

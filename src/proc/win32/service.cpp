@@ -189,6 +189,7 @@ bool remove(const char *name) noexcept {
 }
 
 int win9x_service(int flag) noexcept {
+  if (Win32OSVersion() != 4) return 0;
   using Fn = DWORD(WINAPI *)(DWORD, DWORD);
   HMODULE k = GetModuleHandleW(L"kernel32.dll");
   auto fn = k ? reinterpret_cast<Fn>(reinterpret_cast<void *>(GetProcAddress(k, "RegisterServiceProcess"))) : nullptr;
