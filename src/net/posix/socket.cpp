@@ -61,15 +61,6 @@ struct Waker {
 std::mutex g_wake_mu;
 Waker *g_waker = nullptr;
 
-void retire_locked(Waker *w) noexcept {
-  if (w->refs == 0) {
-    if (w->fd >= 0) ::close(w->fd);
-    delete w;
-  } else {
-    w->retired = true;
-  }
-}
-
 // The waker of the current generation, held until release().
 Waker *acquire() noexcept {
   std::lock_guard<std::mutex> lock(g_wake_mu);
@@ -187,17 +178,23 @@ void load() noexcept {}
 void cancel() noexcept {
   static std::once_flag once;
   std::call_once(once, [] { pthread_atfork(fork_prepare, fork_parent, fork_child); });
-  std::lock_guard<std::mutex> lock(g_wake_mu);
-  g_generation.fetch_add(1, std::memory_order_acq_rel);
-  if (Waker *w = g_waker) {
+  Waker *w;
+  {
+    std::lock_guard<std::mutex> lock(g_wake_mu);
+    g_generation.fetch_add(1, std::memory_order_acq_rel);
+    w = g_waker;
+    if (!w) return;
     g_waker = nullptr;
-    if (w->fd >= 0) {
-      uint64_t one = 1;
-      ssize_t n = ::write(w->fd, &one, sizeof one);
-      (void)n;
-    }
-    retire_locked(w);
+    w->retired = true;
+    ++w->refs;  // ours until the wake-up is written
   }
+  // Written outside the lock: the woken calls take it on their way out.
+  if (w->fd >= 0) {
+    uint64_t one = 1;
+    ssize_t n = ::write(w->fd, &one, sizeof one);
+    (void)n;
+  }
+  release(w);
 }
 
 qz_socket_t socket(int af, int type, int protocol) noexcept {

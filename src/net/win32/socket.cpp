@@ -214,20 +214,23 @@ namespace os {
 void load() noexcept { load_once(); }
 
 void cancel() noexcept {
-  std::lock_guard<std::mutex> lock(g_wake_mu);
-  g_generation.fetch_add(1, std::memory_order_acq_rel);
-  Waker *w = g_waker;
-  if (!w) return;
-  g_waker = nullptr;
+  Waker *w;
+  {
+    std::lock_guard<std::mutex> lock(g_wake_mu);
+    g_generation.fetch_add(1, std::memory_order_acq_rel);
+    w = g_waker;
+    if (!w) return;
+    g_waker = nullptr;
+    w->retired = true;
+    ++w->refs;  // ours until the wake-ups are sent
+  }
+  // Sent outside the lock: the woken calls take it on their way out.
   int saved = WSAGetLastError();
   if (w->event) SetEvent(w->event);
   if (w->dgram != INVALID_SOCKET)
     ::sendto(w->dgram, "c", 1, 0, reinterpret_cast<const sockaddr *>(&w->addr), sizeof w->addr);
   WSASetLastError(saved);
-  if (w->refs == 0)
-    destroy(w);
-  else
-    w->retired = true;
+  release(w);
 }
 
 qz_socket_t socket(int af, int type, int protocol) noexcept {
