@@ -18,6 +18,7 @@
 #include "frame/areas.h"
 #include "frame/teardown_hooks.h"
 #include "net/hostid_os.h"
+#include <liblocal/cluster.h>
 #include <liblocal/memory.h>
 #include <liblocal/qztime.h>
 #include <liblocal/socket.h>
@@ -274,8 +275,7 @@ LL_API int is_myname(const char *name) noexcept {
   NamesPtr s = alias_set(name);
   if (!s) return 0;
   if (holds(*s, "localhost")) return 1;
-  // Virtual hosts exist only on cluster nodes; the cluster layer answers for them.
-  return 0;
+  return clu_is_localvirthost(name) ? 1 : 0;
 }
 
 LL_API char *get_primaryhostname(const char *name) noexcept {

@@ -1,6 +1,13 @@
 // Detection of the cluster type in a fresh process: a map script in a
 // temporary installation tree, scripts that are missing or fail, and the
 // answers that depend on the type.
+#ifdef _WIN32
+#include <winsock2.h>
+#else
+#include <netdb.h>
+#include <sys/socket.h>
+#endif
+
 #include <gtest/gtest.h>
 
 #include <liblocal/appdir.h>
@@ -20,12 +27,32 @@
 #include "seams.h"
 
 extern "C" void llt_appdir_reset(const char *exe, int sep);
+extern "C" void llt_hostid_resolver(void *(*byname)(const char *), void *(*byaddr)(const char *, int, int));
 
 namespace {
 
 // An API library that does not exist: no native cluster (Wine would answer
 // every OpenCluster of its own library with a cluster).
 const char *kNoApi = "no-such-clusapi.dll";
+
+// A name service where every name N is "N.example" with the alias N.
+void *example_names(const char *name) {
+  static hostent h;
+  static std::string official, alias;
+  static char *aliases[2], *no_addr[1];
+  alias = name;
+  if (alias.size() > 8 && alias.compare(alias.size() - 8, 8, ".example") == 0) alias.resize(alias.size() - 8);
+  official = alias + ".example";
+  aliases[0] = alias.data();
+  h = hostent{};
+  h.h_name = official.data();
+  h.h_aliases = aliases;
+  h.h_addrtype = AF_INET;
+  h.h_length = 4;
+  h.h_addr_list = no_addr;
+  return &h;
+}
+void *no_addresses(const char *, int, int) { return nullptr; }
 
 // argv: installation root, API library ("-": the system's), queries.
 // Queries: "lv=NAME" (clu_is_localvirthost), "own=PATH" (clu_pathl_gethost),
@@ -50,6 +77,15 @@ LLTEST_CHILD(clu_detect) {
       char *h = clu_pathl_gethost(arg.c_str());
       std::printf("own %s=%s\n", arg.c_str(), h ? h : "(null)");
       std::free(h);
+    } else if (key == "names") {
+      llt_hostid_resolver(example_names, no_addresses);
+    } else if (key == "svc") {
+      const size_t b1 = arg.find('|'), b2 = arg.rfind('|');
+      const std::string h = arg.substr(0, b1), path = arg.substr(b1 + 1, b2 - b1 - 1);
+      char *r = clus_get_service_hostname(h == "-" ? nullptr : h.c_str(), path.c_str(), std::atoi(arg.c_str() + b2 + 1),
+                                          nullptr);
+      std::printf("svc %s=%s\n", arg.c_str(), r ? r : "(null)");
+      std::free(r);
     } else if (key == "addvirt") {
       clu_pathl_addpath(lltest::kWindows ? "C:\\" : "/");
       std::printf("added=%d\n", clu_pathl_addvirthosts());
@@ -179,6 +215,24 @@ TEST_F(Detect, ThreadsAskingAtOnceShareOneDetection) {
   EXPECT_EQ(r.out, "wrong=0\n") << r.err;
   EXPECT_EQ(r.exit_code, 0);
 }
+
+#ifndef _WIN32
+TEST_F(Detect, ServiceHostNames) {
+  map_script({"clu_type: BSW_HX_TYPE", "nodename: n1", "hostname: vh1", "owned paths: /proc",
+              "hostname: vh2.example", "owned paths: /sys"});
+  const auto r = run({"names", "svc=x|/|3", "svc=vh1|/sys/kernel|2", "svc=-|/sys/kernel|2", "svc=vh1|/proc/1|2",
+                      "svc=x|/|1"});
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_NE(r.out.find("svc x|/|3=(null)\n"
+                       "svc vh1|/sys/kernel|2=(null)\n"          // vh1 does not own /sys
+                       "svc -|/sys/kernel|2=vh2.example\n"        // the owner of the path, kept from here on
+                       "svc vh1|/proc/1|2=vh2.example\n"),          // owns it, but the kept name answers
+            std::string::npos)
+      << r.out;
+  EXPECT_NE(r.out.find("svc x|/|1="), std::string::npos) << r.out;  // this machine's name
+  EXPECT_EQ(r.out.find("svc x|/|1=(null)"), std::string::npos) << r.out;
+}
+#endif
 
 TEST_F(Detect, ClusterModeIsKeptOnceBothArgumentsAreGiven) {
   map_script(kMap);

@@ -97,7 +97,7 @@ TEST_F(HxScript, RunsAreBoundedAndJudgedByTheirEnd) {
   for (const Case &c : cases) {
     int lines = -1;
     const auto t0 = std::chrono::steady_clock::now();
-    EXPECT_EQ(llt_clu_run_script(c.path.c_str(), 1500, 64 * 1024, &lines), c.end) << c.path;
+    EXPECT_EQ(llt_clu_run_script(c.path.c_str(), 1500, 4096, &lines), c.end) << c.path;
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
     EXPECT_LT(ms, 10000) << c.path;
     if (c.end == 0) {

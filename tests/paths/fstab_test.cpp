@@ -147,6 +147,14 @@ TEST(Fstab, IsFileSystemType) {
   lltest::TempDir tmp;
   EXPECT_EQ(isfilesystemtype(root.c_str(), fs.c_str()), 1);
   EXPECT_EQ(isfilesystemtype(lltest::kWindows ? "C:\\" : "/", fs.c_str()), 1);
+  // A path inside a volume: the type of the mount that holds it.
+  const Row *holder = nullptr;
+  for (const Row &r : all)
+    if (tmp.path().rfind(r.dir, 0) == 0 && r.type.find("SYSTEM") != 0 && (!holder || r.dir.size() > holder->dir.size()))
+      holder = &r;
+  ASSERT_NE(holder, nullptr);
+  const std::string inner = lltest::kWindows ? fs : holder->type;
+  EXPECT_EQ(isfilesystemtype(tmp.path().c_str(), inner.c_str()), 1) << tmp.path();
   EXPECT_EQ(isfilesystemtype(root.c_str(), "no-such-fs"), 0);
   EXPECT_EQ(isfilesystemtype(root.c_str(), nullptr), 0);
   EXPECT_EQ(isfilesystemtype(root.c_str(), ""), 0);
@@ -298,6 +306,14 @@ TEST(FstabWindows, SystemStateEntries) {
     llt_fstab_os_major(c.major);
     EXPECT_EQ(names(), c.names) << c.me << " " << c.major;
   }
+  // The Windows 9x class has neither system state nor the further passes.
+  llt_fstab_fake(nullptr, "\\\\?\\Volume{lone}\\", 3, 0x55, "NTFS", nullptr);
+  setMyname("fstabtest");
+  llt_fstab_os_major(4);
+  llt_force_os_class(4);
+  EXPECT_EQ(names(), "C:;");
+  llt_force_os_class(0);
+  EXPECT_EQ(names(), "REPAIRDISK:;\\\\?\\Volume{lone};SYSTEM STATE:;C:;");
   // Nothing at all when there is no drive: an empty table, not a failure.
   llt_fstab_fake_mode(0);
   llt_fstab_fake_mode(2);

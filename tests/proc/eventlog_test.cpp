@@ -7,6 +7,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <utility>
 #include <thread>
 #include <vector>
 
@@ -81,9 +82,6 @@ TEST(EventMessage, LogTextCutsAtCharacters) {
   llt_eventlog_text("x\xFFy", out, 31);
   EXPECT_STREQ(out, "x\xEF\xBF\xBDy");
   EXPECT_EQ(llt_eventlog_text("ab\xE2\x82\xAC", out, 4), 2u);
-}
-
-TEST(EventPrintf, BadInputIsRefusedQuietly) {
   EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 0, nullptr), 0);
 }
 
@@ -245,33 +243,20 @@ std::wstring library_path() {
   return std::wstring(buf, n);
 }
 
-struct Values {
-  std::wstring event_file, category_file;
-  DWORD event_type = 0, count = 0, types = 0;
-};
-Values read_values(const wchar_t *source = L"Baystow Client") {
-  Values v;
-  HKEY k;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key(source).c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return v;
-  wchar_t buf[4096];
-  DWORD size = sizeof buf, type;
-  if (RegQueryValueExW(k, L"EventMessageFile", nullptr, &v.event_type, reinterpret_cast<BYTE *>(buf), &size) == 0)
-    v.event_file = buf;
-  size = sizeof buf;
-  if (RegQueryValueExW(k, L"CategoryMessageFile", nullptr, &type, reinterpret_cast<BYTE *>(buf), &size) == 0)
-    v.category_file = buf;
-  size = sizeof(DWORD);
-  RegQueryValueExW(k, L"CategoryCount", nullptr, &type, reinterpret_cast<BYTE *>(&v.count), &size);
-  size = sizeof(DWORD);
-  RegQueryValueExW(k, L"TypesSupported", nullptr, &type, reinterpret_cast<BYTE *>(&v.types), &size);
-  RegCloseKey(k);
-  return v;
+// A value of a source's key as its type and text (a number in decimal);
+// type 0 when it is absent.
+using Value = std::pair<DWORD, std::wstring>;
+Value value(const wchar_t *name, const wchar_t *source = L"Baystow Client") {
+  wchar_t buf[4096] = {};
+  DWORD type = 0, size = sizeof buf - sizeof(wchar_t), number = 0;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, source_key(source).c_str(), name, RRF_RT_ANY | RRF_NOEXPAND, &type, buf,
+                   &size) != ERROR_SUCCESS)
+    return {0, L""};
+  std::memcpy(&number, buf, sizeof number);
+  return {type, type == REG_DWORD ? std::to_wstring(number) : std::wstring(buf)};
 }
-void set_value(const wchar_t *name, DWORD type, const void *data, DWORD size) {
-  HKEY k;
-  ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key().c_str(), 0, KEY_WRITE, &k), 0);
-  RegSetValueExW(k, name, 0, type, static_cast<const BYTE *>(data), size);
-  RegCloseKey(k);
+void set_value(const wchar_t *name, DWORD type, const void *data, size_t size) {
+  ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, source_key().c_str(), name, type, data, static_cast<DWORD>(size)), 0);
 }
 
 TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
@@ -280,14 +265,14 @@ TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   EXPECT_EQ(event_source_setup("client"), 0);
   EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "nothing"), 0);
   llt_force_os_class(0);
-  EXPECT_TRUE(read_values().event_file.empty());
+  EXPECT_EQ(value(L"EventMessageFile").first, 0u);
+
   ASSERT_EQ(event_source_setup("client"), 1);
-  Values v = read_values();
-  EXPECT_EQ(v.event_file, library_path());
-  EXPECT_EQ(v.category_file, library_path());
-  EXPECT_EQ(v.event_type, static_cast<DWORD>(REG_EXPAND_SZ));
-  EXPECT_EQ(v.count, 35u);
-  EXPECT_EQ(v.types, 7u);
+  const Value file{REG_EXPAND_SZ, library_path()};
+  EXPECT_EQ(value(L"EventMessageFile"), file);
+  EXPECT_EQ(value(L"CategoryMessageFile"), file);
+  EXPECT_EQ(value(L"CategoryCount"), Value(REG_DWORD, L"35"));
+  EXPECT_EQ(value(L"TypesSupported"), Value(REG_DWORD, L"7"));
 
   // the same file in other case: a second set-up changes nothing
   std::wstring upper = library_path();
@@ -296,15 +281,14 @@ TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   const DWORD marker = 99;
   set_value(L"CategoryCount", REG_DWORD, &marker, sizeof marker);
   ASSERT_EQ(event_source_setup("client"), 1);
-  EXPECT_EQ(read_values().count, 99u);
+  EXPECT_EQ(value(L"CategoryCount").second, L"99");
 
   // another file: the registration is renewed
   const std::wstring other = L"C:\\elsewhere\\other.dll";
   set_value(L"CategoryMessageFile", REG_EXPAND_SZ, other.c_str(), (other.size() + 1) * 2);
   ASSERT_EQ(event_source_setup("client"), 1);
-  v = read_values();
-  EXPECT_EQ(v.category_file, library_path());
-  EXPECT_EQ(v.count, 35u);
+  EXPECT_EQ(value(L"CategoryMessageFile"), file);
+  EXPECT_EQ(value(L"CategoryCount").second, L"35");
 }
 
 LLTEST_CHILD(eventlog_qzinit) {
@@ -315,7 +299,7 @@ LLTEST_CHILD(eventlog_qzinit) {
 TEST(EventSource, InitialisationSetsItUp) {
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key(L"Baystow").c_str());
   EXPECT_EQ(lltest::run_child("eventlog_qzinit").exit_code, 0);
-  EXPECT_EQ(read_values(L"Baystow").category_file, library_path());
+  EXPECT_EQ(value(L"CategoryMessageFile", L"Baystow").second, library_path());
 }
 
 extern "C" void llt_eventlog_registry(const char *key);

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <memory>
 #include <vector>
 
@@ -116,16 +117,161 @@ std::string id_text(const qzui &id) {
   return t ? t : store::hex_of(id);
 }
 
+
+// ---------------------------------------------------------------- sending
+
+// Frames go out in the order they were made; blocks are compressed (and
+// their CRC taken) by worker threads meanwhile, at most kDepth in flight.
+class Sender {
+ public:
+  explicit Sender(net::Conn &c) : c_(c) {
+    qz_mtx_create(&m_);
+    qz_cond_create(&work_);
+    qz_cond_create(&done_);
+    int n = get_num_processors();
+    workers_ = n < 1 ? 1 : n > 4 ? 4 : n;
+    for (int i = 0; i < workers_; ++i) {
+      qz_thr_t *t = nullptr;
+      if (qz_thr_create(&t, run, this)) threads_.push_back(t);
+    }
+  }
+  ~Sender() {
+    qz_mtx_lock(m_);
+    stop_ = true;
+    qz_mtx_unlock(m_);
+    for (size_t i = 0; i < threads_.size(); ++i) qz_cond_signal(work_);
+    for (qz_thr_t *t : threads_) {
+      // A worker waiting for work sees the stop; wake each until all are gone.
+      int nowait = 0;
+      while (true) {
+        qz_cond_signal(work_);
+        nowait = 1;
+        qz_thr_wait(t, nullptr, &nowait);
+        if (nowait) break;
+        delay(1);
+      }
+      qz_thr_destroy(t);
+    }
+    qz_cond_destroy(work_);
+    qz_cond_destroy(done_);
+    qz_mtx_destroy(m_);
+    for (Job *j : order_) delete j;
+    for (Job *j : spare_) delete j;
+  }
+  Sender(const Sender &) = delete;
+  Sender &operator=(const Sender &) = delete;
+
+  // A buffer of kMaxBlock bytes to read a block into; hand it to block().
+  std::vector<unsigned char> &buffer() {
+    if (!next_) next_ = take_job();
+    return next_->in;
+  }
+  bool block(uint32_t n) {
+    Job *j = next_;
+    next_ = nullptr;
+    j->n = n;
+    j->ready = false;
+    qz_mtx_lock(m_);
+    order_.push_back(j);
+    todo_.push_back(j);
+    qz_mtx_unlock(m_);
+    qz_cond_signal(work_);
+    return drain(kDepth);
+  }
+  bool frame(uint8_t type, const void *payload, size_t len) {
+    Job *j = take_job();
+    proto::build(type, payload, len, j->out);
+    j->ready = true;
+    qz_mtx_lock(m_);
+    order_.push_back(j);
+    qz_mtx_unlock(m_);
+    return drain(kDepth);
+  }
+  // Sends everything made so far.
+  bool flush() { return drain(0); }
+
+ private:
+  static constexpr size_t kDepth = 16;
+  struct Job {
+    std::vector<unsigned char> in = std::vector<unsigned char>(proto::kMaxBlock);
+    std::vector<unsigned char> out;
+    uint32_t n = 0;
+    bool ready = false;
+  };
+
+  Job *take_job() {
+    qz_mtx_lock(m_);
+    Job *j = nullptr;
+    if (!spare_.empty()) {
+      j = spare_.back();
+      spare_.pop_back();
+    }
+    qz_mtx_unlock(m_);
+    return j ? j : new Job;
+  }
+
+  // Sends finished frames from the head until at most 'keep' remain.
+  bool drain(size_t keep) {
+    for (;;) {
+      qz_mtx_lock(m_);
+      while (!order_.empty() && !order_.front()->ready && order_.size() > keep) qz_cond_wait(done_, m_);
+      Job *j = !order_.empty() && order_.front()->ready ? order_.front() : nullptr;
+      if (j) order_.pop_front();
+      qz_mtx_unlock(m_);
+      if (!j) return ok_;
+      if (ok_) ok_ = c_.send_raw(j->out.data(), j->out.size());
+      qz_mtx_lock(m_);
+      spare_.push_back(j);
+      qz_mtx_unlock(m_);
+    }
+  }
+
+  static void *run(void *arg) {
+    Sender *s = static_cast<Sender *>(arg);
+    Writer w;
+    for (;;) {
+      qz_mtx_lock(s->m_);
+      while (s->todo_.empty() && !s->stop_) qz_cond_wait(s->work_, s->m_);
+      if (s->todo_.empty()) {
+        qz_mtx_unlock(s->m_);
+        break;
+      }
+      Job *j = s->todo_.front();
+      s->todo_.pop_front();
+      qz_mtx_unlock(s->m_);
+      w.b.clear();
+      proto::make_block(j->in.data(), j->n, w);
+      proto::build(proto::kBlock, w.b.data(), w.b.size(), j->out);
+      qz_mtx_lock(s->m_);
+      j->ready = true;
+      qz_mtx_unlock(s->m_);
+      qz_cond_signal(s->done_);
+    }
+    T_threadexit();
+    return nullptr;
+  }
+
+  net::Conn &c_;
+  qz_mtx_t *m_ = nullptr;
+  qz_cond_t *work_ = nullptr, *done_ = nullptr;
+  std::vector<qz_thr_t *> threads_;
+  int workers_ = 1;
+  std::deque<Job *> order_, todo_;
+  std::vector<Job *> spare_;
+  Job *next_ = nullptr;
+  bool stop_ = false, ok_ = true;
+};
+
 // ---------------------------------------------------------------- save
 
 struct Saver {
   net::Conn &c;
+  Sender out{c};
   Meter meter;
   size_t root_len = 0;  // bytes of the walked path before the first saved name
   std::string top;      // the saved name of the walk's root
   int failures = 0;
   bool broken = false;  // the connection failed: stop the walk
-  std::vector<unsigned char> buf = std::vector<unsigned char>(proto::kMaxBlock);
   Writer w;
 
   std::string name_of(const char *path) const {
@@ -153,7 +299,7 @@ struct Saver {
     }
     w.b.clear();
     proto::put_entry(e, w);
-    return c.send(proto::kEntry, w);
+    return out.frame(proto::kEntry, w.b.data(), w.b.size());
   }
 
   bool send_file(const char *path, const struct ll_stat64 *st, const std::string &name) {
@@ -175,18 +321,18 @@ struct Saver {
     sha_init(&sha);
     uint8_t status = 0;
     for (;;) {
+      std::vector<unsigned char> &buf = out.buffer();
       size_t n = read_full(f, buf.data(), buf.size());
+      bool last = n < buf.size();
       if (n > 0) {
         sha_update(&sha, buf.data(), n);
-        w.b.clear();
-        proto::make_block(buf.data(), static_cast<uint32_t>(n), w);
-        if (!c.send(proto::kBlock, w)) {
+        if (!out.block(static_cast<uint32_t>(n))) {
           std::fclose(f);
           return false;
         }
         meter.add(0, n);
       }
-      if (n < buf.size()) {
+      if (last) {
         if (std::ferror(f)) {
           error(msg(99, "%s: %s\n"), path, errno_text());
           ++failures;
@@ -200,7 +346,7 @@ struct Saver {
     sha_final(digest, &sha);
     digest[20] = status;
     meter.add(1, 0);
-    return c.send(proto::kFileEnd, digest, sizeof digest);
+    return out.frame(proto::kFileEnd, digest, sizeof digest);
   }
 
   static int visit(const qz_dtree_entry *e, void *arg) {
@@ -288,7 +434,8 @@ int cmd_save(int argc, char **argv) {
   s.meter.done();
   Frame f;
   std::string why;
-  if (s.broken || !conn->send(proto::kEnd, nullptr, 0) || !conn->recv(f, why) || f.type != proto::kSaved) {
+  if (s.broken || !s.out.frame(proto::kEnd, nullptr, 0) || !s.out.flush() || !conn->recv(f, why) ||
+      f.type != proto::kSaved) {
     std::string text = f.type == proto::kError ? error_text(f) : why.empty() ? "connection ended" : why;
     error(msg(86, "the save failed: %s\n"), text.c_str());
     return kUsage;

@@ -79,7 +79,7 @@ bool build(Table &t) noexcept {
     errno = e;
     return false;
   }
-  table_from_mountinfo(text, t);
+  table_from_mountinfo(t.keep(std::move(text)), t);
   return true;
 }
 

@@ -240,8 +240,8 @@ void add(Source &src, Table &t, const std::string &dir, const std::string *volna
     serial = 0;
   }
   Mount m;
-  m.device = volume;
-  m.dir = dir;
+  m.device = t.keep(volume);
+  m.dir = t.keep(dir);
   m.serial = serial;
   std::string copy = dir, kind;
   cut_backslash(copy);
@@ -265,8 +265,8 @@ void add(Source &src, Table &t, const std::string &dir, const std::string *volna
       if (starts_with(dev, "\\??\\")) target += 4;
       const bool letter = ((target[0] | 32) >= 'a' && (target[0] | 32) <= 'z') && target[1] == ':';
       if (letter && (target[0] | 32) != (dir[0] | 32)) {  // a substituted drive
-        m.options = "ignore";
-        if (!volname) m.device = target;
+        m.ignored = true;
+        if (!volname) m.device = t.keep(target);
       }
       break;
     }
@@ -274,7 +274,8 @@ void add(Source &src, Table &t, const std::string &dir, const std::string *volna
       kind = "remote";
       char net[kPathBuf - 1];
       if (!fullpath2(dir.c_str(), net, sizeof net, QZ_FULLPATH_NETWORK) || !is_unc_path(net)) return;
-      m.dir = m.device = copy = net;
+      m.dir = m.device = t.keep(net);
+      copy = net;
       cut_backslash(copy);
       network = true;
       break;
@@ -295,11 +296,11 @@ void add(Source &src, Table &t, const std::string &dir, const std::string *volna
     for (uint32_t p : *parents) loop = loop || p == serial;
     m.type = loop ? "loop" : "mntpt";
   } else {
-    m.type = kind.empty() ? fsname : kind;
+    m.type = t.keep(kind.empty() ? fsname : kind);
   }
-  m.name = copy;
-  const std::string here = m.dir;
-  t.push(std::move(m));
+  m.name = t.keep(copy);
+  const std::string here(m.dir);
+  t.push(m);
   if (network || serial == 0 || loop) return;
 
   std::vector<uint32_t> below = parents ? *parents : std::vector<uint32_t>{};

@@ -276,7 +276,18 @@ int set_file_sd(const char *path, const void *p) noexcept {
   }
   if ((sd.flags & kDacl) || special != (st.st_mode & 07000u)) {
     unsigned mode = ((sd.flags & kDacl) ? sd.mode : st.st_mode & 0777u) | special;
-    if (fchmodat(AT_FDCWD, path, static_cast<mode_t>(mode), AT_SYMLINK_NOFOLLOW) != 0) return -1;
+    if (fchmodat(AT_FDCWD, path, static_cast<mode_t>(mode), AT_SYMLINK_NOFOLLOW) != 0) {
+      // Systems that cannot change a mode without following links: through
+      // a descriptor that refuses a link.
+      if (errno != EOPNOTSUPP && errno != ENOTSUP) return -1;
+      int fd = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+      if (fd < 0) return -1;
+      int rc = fchmod(fd, static_cast<mode_t>(mode));
+      int e = errno;
+      close(fd);
+      errno = e;
+      if (rc != 0) return -1;
+    }
   }
   return 0;
 }
