@@ -29,6 +29,14 @@ inline int my_pid() {
 #endif
 }
 
+inline int my_tid() {
+#ifdef _WIN32
+  return static_cast<int>(GetCurrentThreadId());
+#else
+  return static_cast<int>(gettid());
+#endif
+}
+
 inline std::string slurp(const std::string &path) {
   std::ifstream f(path, std::ios::binary);
   std::stringstream ss;

@@ -189,7 +189,7 @@ int read_control_file(const char *path) {
   if (lstat(path, &now) == 0 && now.st_dev == st.st_dev && now.st_ino == st.st_ino) unlink(path);
   close(fd);
   int value;
-  if (ll::ev::parse_control(buf, &value)) __atomic_store_n(&Debug, value, __ATOMIC_RELAXED);
+  if (ll::ev::parse_control(buf, &value)) __atomic_store_n(&Debug, value, __ATOMIC_RELEASE);
   return 1;
 }
 }  // namespace
