@@ -21,8 +21,8 @@ done
 
 step "linux-tsan: build and run the threaded tests"
 cmake --preset linux-tsan -DLL_TOOLS=OFF >/dev/null
-cmake --build --preset linux-tsan -j "$jobs" --target test_proc test_frame
-TSAN_OPTIONS=halt_on_error=1 ctest --preset linux-tsan -j "$jobs" -L 'proc|frame'
+cmake --build --preset linux-tsan -j "$jobs" --target test_proc test_frame test_net test_cluster
+TSAN_OPTIONS=halt_on_error=1 ctest --preset linux-tsan -j "$jobs" -L 'proc|frame|net|cluster'
 
 step "windows: build"
 cmake --preset windows >/dev/null
@@ -30,6 +30,15 @@ cmake --build --preset windows -j "$jobs"
 step "windows: test under Wine"
 export WINEPREFIX=$PWD/build/windows/wineprefix WINEDEBUG=-all LANG=C.UTF-8
 unset TZ DISPLAY
+# Drives for the file-system table's tests: M: and N: on one folder, O: a
+# CD-ROM. Wine shows only the drives that existed when its server started.
+mkdir -p "$WINEPREFIX/dosdevices"
+cmake/wine-run.sh reg add 'HKLM\Software\Wine\Drives' /v o: /d cdrom /f >/dev/null 2>&1 || true
+mkdir -p "$WINEPREFIX/fstab-m" "$WINEPREFIX/fstab-o"
+printf 1234abcd > "$WINEPREFIX/fstab-m/.windows-serial"
+for l in m n; do ln -sfn ../fstab-m "$WINEPREFIX/dosdevices/$l:"; done
+ln -sfn ../fstab-o "$WINEPREFIX/dosdevices/o:"
+wineserver -k 2>/dev/null || true
 # cmake/wine-run.sh starts a persistent wineserver for this prefix and boots it.
 rc=0
 ctest --preset windows -j "$jobs" || rc=$?

@@ -7,8 +7,9 @@
  * system log as datagrams on its local socket; the event type gives the
  * priority (error: err, warning: warning, information and success: info, the
  * audit types: notice), the program name is the identity, and each message
- * carries its category and type. Nothing ever waits for a log listener: a
- * missing, full or broken log drops the event and the call reports 0. On the
+ * carries its category and type. A missing or broken log drops the event at
+ * once and the call reports 0; a listener whose queue is full gets a wait of
+ * at most 50 ms for room, and no wait at all while it stays full. On the
  * Windows 9x class every event-log call does nothing.
  *
  * Every call is safe from any thread. Failures are silent (debug traces at

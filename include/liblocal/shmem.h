@@ -108,13 +108,16 @@ LL_API qzerror *shmem_create(unsigned int key, unsigned int size, unsigned int l
 LL_API qzerror *shmem_map(const char *name, unsigned int size, unsigned int lock_offset,
                           shmem_obj **out) LL_NOEXCEPT;
 
-/* Grants 'user' (of 'domain' or system; a null user: the calling user) the
- * access 'mask' to the object of *objp. Null objp or *objp: nothing to do.
- * Failure: EIO and "failed to secure shmem object %s: %s".
- * Windows: an allowing entry in the object's DACL. POSIX: the user becomes
- * the owner of the object, with read and write or read only for the owner
- * (so one user at a time is granted; changing the owner needs the privilege
- * to do so, unless the user is the caller). */
+/* Grants 'user' ("user", "DOMAIN\user" or "user@realm"; null: the calling
+ * user) the access 'mask' to the object of *objp. 'domain' names the system
+ * that resolves the name (null: this one; POSIX accepts only this host).
+ * Null objp or *objp: nothing to do. Failure (an unknown user, a private
+ * block, no right to change the object): EIO and "failed to secure shmem
+ * object %s: %s".
+ * Windows: an allowing entry for the user in the object's DACL. POSIX: the
+ * user becomes the owner of the object, with read and write or read only
+ * for the owner (so one user at a time is granted; changing the owner needs
+ * the privilege to do so, unless the user is the caller). */
 LL_API qzerror *shmem_secure(shmem_obj **objp, unsigned int mask, const char *user,
                              const char *domain) LL_NOEXCEPT;
 

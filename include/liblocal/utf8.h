@@ -50,6 +50,23 @@ LL_API int asciitoutf8(const char *s, char *out, size_t size) LL_NOEXCEPT;
 LL_API int oem_to_utf8(const char *s, char *out, size_t size) LL_NOEXCEPT;
 LL_API int utf8_to_oem(const char *s, char *out, size_t size) LL_NOEXCEPT;
 
+/* UTF-8 to ANSI text for display, tolerant of text that is not UTF-8: a
+ * byte that does not begin a valid sequence is copied as it stands (taken to
+ * be in the ANSI code page already); a character with no ANSI form becomes
+ * '|'. At most size bytes are written, terminator included (out may be null
+ * to measure); returns the bytes produced. */
+LL_API size_t ansi_mbs_tolerance(char *out, const char *s, size_t size) LL_NOEXCEPT;
+
+/* A UTF-8 path in the wide form the platform's wide file calls take, in
+ * 'wide' (count characters, terminator included); returns its length. On
+ * Windows of the NT kind a path that is neither a device ("\\.\x") nor
+ * already long is made absolute and given "\\?\", a network share
+ * ("\\host\share\...") "\\?\UNC\host\share\..." so that names past the
+ * classic length limit work; elsewhere the name is converted as it stands.
+ * -1 with errno: EINVAL for null, empty or invalid UTF-8, ENAMETOOLONG when
+ * the result does not fit. */
+LL_API int utf8towidepath(const char *path, qzwchar_t *wide, size_t count) LL_NOEXCEPT;
+
 LL_API const char *get_utf8_codeset(void) LL_NOEXCEPT;
 LL_API const char *get_ansi_codeset(void) LL_NOEXCEPT;
 

@@ -56,6 +56,8 @@ struct Resolved {
   std::vector<std::string> aliases;
 };
 bool resolve_name(const char *name, Resolved *out) noexcept;
+// The official name and aliases of a resolver answer (a struct hostent).
+bool host_names(const void *answer, Resolved *out) noexcept;
 // Official name of a dotted IPv4 address.
 bool resolve_addr4(const char *dotted, std::string *name) noexcept;
 // How a path stands in the file-system table.

@@ -15,6 +15,8 @@ struct Group {
   std::vector<std::string> disks;  // volume roots of its disk resources ("E:\")
 };
 
+// Tests: the library to load instead of the system's (before the first load).
+void set_library(const char *name) noexcept;
 // Loads the cluster API once; true when every entry point was found.
 bool load() noexcept;
 // True when the API is loaded and a cluster answers on the local machine.

@@ -1,5 +1,6 @@
 // Test seams of the cluster layer (declared only in the tests).
 #include "cluster/hxmap.h"
+#include "cluster/native.h"
 #include "cluster/script.h"
 #include "cluster/state.h"
 
@@ -75,5 +76,8 @@ LL_API void llt_clu_pathl_own(const char *path, const char *host) noexcept {
   n->next = s->paths;
   s->paths = n;
 }
+
+// Loads this library as the native cluster API instead of the system's.
+LL_API void llt_clu_set_api_library(const char *name) noexcept { ll::cluster::native::set_library(name); }
 
 }  // extern "C"

@@ -44,21 +44,45 @@ struct Keeper {
   }
 };
 
-char *put(char *&at, const std::string &s) {
+char *put(char *&at, std::string_view s) {
   char *p = at;
-  std::memcpy(p, s.c_str(), s.size() + 1);
+  std::memcpy(p, s.data(), s.size());
+  p[s.size()] = 0;
   at += s.size() + 1;
   return p;
 }
 
+constexpr std::string_view kIgnore = "ignore";
+
+// The options as handed out: "ignore" in front of an entry not to be saved
+// on its own.
+size_t options_size(const Mount &m) {
+  if (!m.ignored || has_word(m.options, kIgnore)) return m.options.size();
+  return m.options.empty() ? kIgnore.size() : kIgnore.size() + 1 + m.options.size();
+}
+char *put_options(char *&at, const Mount &m) {
+  if (!m.ignored || has_word(m.options, kIgnore)) return put(at, m.options);
+  char *p = at;
+  std::memcpy(at, kIgnore.data(), kIgnore.size());
+  at += kIgnore.size();
+  if (!m.options.empty()) {
+    *at++ = ',';
+    std::memcpy(at, m.options.data(), m.options.size());
+    at += m.options.size();
+  }
+  *at++ = 0;
+  return p;
+}
+
 // One block: the nodes, then the entries, then the texts. The last row added
-// is the head of the list.
+// is the head of the list; a node whose name is its directory shares the text.
 void publish(const Table &t) {
   const size_t n = t.rows.size();
   if (n == 0) return;
   size_t texts = 0;
   for (const Mount &m : t.rows)
-    texts += m.device.size() + m.dir.size() + m.type.size() + m.options.size() + m.name.size() + 5;
+    texts += m.device.size() + m.dir.size() + m.type.size() + options_size(m) + 4 +
+             (m.name.empty() ? 0 : m.name.size() + 1);
   auto *block = static_cast<char *>(xmalloc(n * (sizeof(qz_fstab_t) + sizeof(qz_fsent_t)) + texts));
   auto *nodes = reinterpret_cast<qz_fstab_t *>(block);
   auto *ents = reinterpret_cast<qz_fsent_t *>(block + n * sizeof(qz_fstab_t));
@@ -69,11 +93,11 @@ void publish(const Table &t) {
     e.fs_device = put(at, m.device);
     e.fs_dir = put(at, m.dir);
     e.fs_type = put(at, m.type);
-    e.fs_opts = put(at, m.options);
+    e.fs_opts = put_options(at, m);
     e.fs_serial = m.serial;
     e.fs_spare = 0;
     nodes[i].ent = &e;
-    nodes[i].name = put(at, m.name);
+    nodes[i].name = m.name.empty() ? e.fs_dir : put(at, m.name);
     nodes[i].next = i ? &nodes[i - 1] : nullptr;
   }
   g_block = block;
@@ -82,9 +106,9 @@ void publish(const Table &t) {
 
 void push_pseudo(Table &t, const char *name) {
   Mount m;
-  m.device = m.dir = m.type = std::string(name) + "\\";
+  m.device = m.dir = m.type = t.keep(std::string(name) + "\\");
   m.name = name;
-  t.push(std::move(m));
+  t.push(m);
 }
 
 // Types that are never local save sets: network, removable, optical, memory
@@ -125,8 +149,7 @@ LL_API qz_fstab_t *getfstab(int *out) noexcept {
   if (!g_built.load(std::memory_order_relaxed)) {
     Table t;
     g_builds.fetch_add(1);
-    if (const int e = build(t)) {
-      errno = e;
+    if (!build(t)) {
       return nullptr;  // not kept: the next call asks the system again
     }
     publish(t);

@@ -16,46 +16,103 @@ bool has_word(std::string_view list, std::string_view word) noexcept {
   }
 }
 
-void mark_ignore(std::string &options) {
-  if (has_word(options, "ignore")) return;
-  options = options.empty() ? std::string("ignore") : "ignore," + options;
-}
-
 namespace {
 
-size_t count_of(const std::string &s, char c) {
+size_t count_of(std::string_view s, char c) {
   size_t n = 0;
   for (char x : s) n += x == c;
   return n;
 }
 
+// Eight bytes at a time, each word mixed in by a multiply.
+uint32_t hash_of(std::string_view s) {
+  uint64_t h = 0x9E3779B97F4A7C15ull ^ s.size();
+  size_t i = 0;
+  for (; i + 8 <= s.size(); i += 8) {
+    uint64_t w;
+    std::memcpy(&w, s.data() + i, 8);
+    h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+    h ^= h >> 32;
+  }
+  if (i < s.size()) {
+    uint64_t w = 0;
+    std::memcpy(&w, s.data() + i, s.size() - i);
+    h = (h ^ w) * 0xC4CEB9FE1A85EC53ull;
+  }
+  h ^= h >> 29;
+  return static_cast<uint32_t>(h);
+}
+
 }  // namespace
 
+bool Table::has_dir(std::string_view dir) const {
+  if (dirs_.empty()) return false;
+  const size_t mask = dirs_.size() - 1;
+  const uint32_t h = hash_of(dir);
+  for (size_t i = h & mask;; i = (i + 1) & mask) {
+    const uint64_t s = dirs_[i];
+    if (s == 0) return false;
+    if (static_cast<uint32_t>(s >> 32) == h && rows[static_cast<uint32_t>(s) - 1].dir == dir) return true;
+  }
+}
+
+void Table::place_dir(size_t row) {
+  const size_t mask = dirs_.size() - 1;
+  const uint32_t h = hash_of(rows[row].dir);
+  size_t i = h & mask;
+  while (dirs_[i] != 0) i = (i + 1) & mask;
+  dirs_[i] = (static_cast<uint64_t>(h) << 32) | static_cast<uint32_t>(row + 1);
+}
+
+void Table::grow_dirs(size_t want) {
+  size_t cap = 16;
+  while (cap < want * 2) cap *= 2;
+  if (cap <= dirs_.size()) return;
+  dirs_.assign(cap, 0);
+  for (size_t r = 0; r < rows.size(); ++r) place_dir(r);
+}
+
 void Table::settle(Mount &m, char sep) {
-  if (has_word(m.options, "ignore")) return;
-  const auto newest = newest_.find(m.serial);
-  if (newest == newest_.end()) return;
+  if (is_ignored(m)) return;
+  const auto g = groups_.find(m.serial);
+  if (g == groups_.end()) return;
   // The one to compare with: the newest row of the serial that is still
   // active, else the newest row of the serial.
-  auto active = active_.find(m.serial);
-  const bool from_active = active != active_.end() && !active->second.empty();
-  Mount &other = rows[from_active ? active->second.back() : newest->second];
+  const bool from_active = g->second.active != kNone;
+  const size_t at = from_active ? g->second.active : g->second.newest;
+  Mount &other = rows[at];
   const size_t mine = count_of(m.dir, sep), theirs = count_of(other.dir, sep);
   const bool smaller = mine < theirs || (mine == theirs && m.dir.size() < other.dir.size());
   if (!smaller) {
-    mark_ignore(m.options);
+    m.ignored = true;
   } else if (from_active) {
-    mark_ignore(other.options);
-    active->second.pop_back();
+    other.ignored = true;
+    g->second.active = below_[at];
   }
 }
 
 void Table::push(Mount m) {
   const size_t at = rows.size();
-  dirs_.insert(m.dir);
-  newest_[m.serial] = at;
-  if (!has_word(m.options, "ignore")) active_[m.serial].push_back(at);
   rows.push_back(std::move(m));
+  const Mount &r = rows.back();
+  if ((dir_count_ + 1) * 2 > dirs_.size())
+    grow_dirs(dir_count_ + 1);  // the new row is placed with the others
+  else
+    place_dir(at);
+  ++dir_count_;
+  Group &g = groups_[r.serial];
+  g.newest = at;
+  below_.push_back(kNone);
+  if (!is_ignored(r)) {
+    below_[at] = g.active;
+    g.active = at;
+  }
+}
+
+void Table::reserve(size_t n) {
+  grow_dirs(n);
+  groups_.reserve(n);
+  below_.reserve(n);
 }
 
 // ---- /proc/self/mountinfo ----
@@ -90,6 +147,7 @@ bool octal(char c) { return c >= '0' && c <= '7'; }
 // The kernel writes blank, tab, newline and backslash as "\ooo"; anything
 // else that looks like an escape stays as it is.
 std::string decode(std::string_view s) {
+  if (s.find('\\') == std::string_view::npos) return std::string(s);
   std::string out;
   out.reserve(s.size());
   for (size_t i = 0; i < s.size(); ++i) {
@@ -106,7 +164,15 @@ std::string decode(std::string_view s) {
 
 }  // namespace
 
-bool parse_mountinfo_line(std::string_view line, MountLine &out) {
+namespace {
+
+// A line taken apart, its texts still escaped.
+struct RawLine {
+  uint32_t id = 0, parent = 0, major = 0, minor = 0;
+  std::string_view root, dir, options, type, source, super;
+};
+
+bool parse_raw(std::string_view line, RawLine &out) {
   std::string_view f[6];
   for (auto &x : f)
     if (!next_field(line, x) || x.empty()) return false;
@@ -120,39 +186,62 @@ bool parse_mountinfo_line(std::string_view line, MountLine &out) {
   do {
     if (!next_field(line, x)) return false;
   } while (x != "-");
-  std::string_view type, source, super;
-  if (!next_field(line, type) || type.empty() || !next_field(line, source) || source.empty()) return false;
-  next_field(line, super);
-  out.root = decode(f[3]);
-  out.dir = decode(f[4]);
-  out.options = decode(f[5]);
-  out.type = decode(type);
-  out.source = decode(source);
-  out.super_options = decode(super);
+  if (!next_field(line, out.type) || out.type.empty() || !next_field(line, out.source) || out.source.empty())
+    return false;
+  next_field(line, out.super);
+  out.root = f[3];
+  out.dir = f[4];
+  out.options = f[5];
+  return true;
+}
+
+}  // namespace
+
+bool parse_mountinfo_line(std::string_view line, MountLine &out) {
+  RawLine r;
+  if (!parse_raw(line, r)) return false;
+  out.id = r.id;
+  out.parent = r.parent;
+  out.major = r.major;
+  out.minor = r.minor;
+  out.root = decode(r.root);
+  out.dir = decode(r.dir);
+  out.options = decode(r.options);
+  out.type = decode(r.type);
+  out.source = decode(r.source);
+  out.super_options = decode(r.super);
   return true;
 }
 
 void table_from_mountinfo(std::string_view text, Table &t) {
-  std::vector<MountLine> lines;
+  std::vector<RawLine> lines;
+  lines.reserve(text.size() / 96 + 1);  // a mount line is rarely shorter
   while (!text.empty()) {
     const size_t nl = text.find('\n');
-    std::string_view line = text.substr(0, nl);
+    RawLine r;
+    if (parse_raw(text.substr(0, nl), r)) lines.push_back(r);
     text.remove_prefix(nl == std::string_view::npos ? text.size() : nl + 1);
-    MountLine m;
-    if (parse_mountinfo_line(line, m)) lines.push_back(std::move(m));
   }
   const size_t n = lines.size(), none = static_cast<size_t>(-1);
-  std::unordered_map<uint32_t, size_t> by_id;
-  by_id.reserve(n);
-  for (size_t i = 0; i < n; ++i) by_id[lines[i].id] = i;
+  // Lines by id (open addressing; of two lines with one id the later counts).
+  size_t cap = 16;
+  while (cap < n * 2) cap *= 2;
+  std::vector<size_t> by_id(cap, none);
+  const size_t mask = cap - 1;
+  auto slot = [&](uint32_t id) {
+    size_t i = (id * 2654435761u) & mask;
+    while (by_id[i] != none && lines[by_id[i]].id != id) i = (i + 1) & mask;
+    return i;
+  };
+  for (size_t i = 0; i < n; ++i) by_id[slot(lines[i].id)] = i;
   std::vector<size_t> parent(n, none);
   std::vector<char> covered(n, 0);
   for (size_t i = 0; i < n; ++i) {
-    auto p = by_id.find(lines[i].parent);
-    if (p == by_id.end() || p->second == i) continue;
-    parent[i] = p->second;
+    const size_t p = by_id[slot(lines[i].parent)];
+    if (p == none || p == i) continue;
+    parent[i] = p;
     // A mount on the very directory of its parent hides the parent.
-    if (lines[i].dir == lines[p->second].dir) covered[p->second] = 1;
+    if (lines[i].dir == lines[p].dir) covered[p] = 1;
   }
   // Reachable: the parent is reachable and this mount sits either on the
   // parent's own directory or in a parent that nothing covers. Resolved up
@@ -174,27 +263,30 @@ void table_from_mountinfo(std::string_view text, Table &t) {
       state[at] = ok ? kYes : kNo;
     }
   }
+  t.reserve(t.rows.size() + n);
+  auto text_of = [&t](std::string_view raw) {
+    return raw.find('\\') == std::string_view::npos ? raw : t.keep(decode(raw));
+  };
   for (size_t i = 0; i < n; ++i) {
     if (state[i] != kYes || covered[i]) continue;
-    MountLine &l = lines[i];
+    const RawLine &l = lines[i];
     Mount m;
-    m.device = std::move(l.source);
-    m.dir = std::move(l.dir);
-    m.type = std::move(l.type);
-    m.options = std::move(l.options);
+    m.dir = text_of(l.dir);
+    if (t.has_dir(m.dir)) continue;
+    m.device = text_of(l.source);
+    m.type = text_of(l.type);
+    m.options = text_of(l.options);
     // A super block mounted read-only makes every mount of it read-only.
-    if (has_word(l.super_options, "ro") && !has_word(m.options, "ro")) {
-      if (m.options.compare(0, 2, "rw") == 0 && (m.options.size() == 2 || m.options[2] == ','))
-        m.options[1] = 'o';
+    if (has_word(l.super, "ro") && !has_word(m.options, "ro")) {
+      if (m.options.substr(0, 2) == "rw" && (m.options.size() == 2 || m.options[2] == ','))
+        m.options = t.keep("ro" + std::string(m.options.substr(2)));
       else
-        m.options = m.options.empty() ? std::string("ro") : "ro," + m.options;
+        m.options = m.options.empty() ? std::string_view("ro") : t.keep("ro," + std::string(m.options));
     }
     m.serial = (l.major << 20) ^ l.minor;
-    m.name = m.dir;
-    if (m.name.size() > 1 && m.name.back() == '/') m.name.pop_back();
-    if (t.has_dir(m.dir)) continue;
+    if (m.dir.size() > 1 && m.dir.back() == '/') m.name = m.dir.substr(0, m.dir.size() - 1);
     t.settle(m, '/');
-    t.push(std::move(m));
+    t.push(m);
   }
 }
 

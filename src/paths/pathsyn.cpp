@@ -120,7 +120,8 @@ LL_API char *fullcanon_dirsep(const char *name, char *buf, const char *cwd, int 
     ok = join(drive, cwd[0] ? 2 : 0, 0, name);
     src = joined;
   } else if (const char *colon = std::strchr(name, ':')) {
-    if (colon == name + 1 && name[2] != sep && name[2] != '/' && name[2] != 0) {
+    const bool letter = (name[0] | 32) >= 'a' && (name[0] | 32) <= 'z';
+    if (colon == name + 1 && letter && name[2] != sep && name[2] != '/' && name[2] != 0) {
       ok = join(cwd, std::strlen(cwd), '\\', name + 2);
       src = joined;
     }

@@ -9,11 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "frame/os.h"
 #include "proc/shmem_os.h"
 #include <liblocal/catalog.h>
 #include <liblocal/frame.h>
 #include <liblocal/output.h>
+#include <liblocal/security.h>
 #include <liblocal/syserr.h>
 
 namespace {
@@ -74,7 +74,7 @@ void nt_free(shmem_obj *o) noexcept {
   Record *r = rec_of(o);
   os::Mapping m{o->mapping, o->base};
   if (m.base || m.handle)
-    os::close(o->name + 3, o->size, m, r->creator && r->pid == ll::os::process_id());
+    os::close(o->name + 3, o->size, m, r->creator && r->pid == os::process());
   std::free(o->name);
   std::free(r);
 }
@@ -139,7 +139,7 @@ Record *new_record(size_t name_size) noexcept {
     std::free(r);
     return nullptr;
   }
-  r->pid = ll::os::process_id();
+  r->pid = os::process();
   return r;
 }
 
@@ -165,14 +165,14 @@ qzerror *create_nt(uint32_t key, uint32_t size, uint32_t offset, shmem_obj **out
       r->creator = true;
       o->mapping = m.handle;
       o->base = m.base;
+      o->lock_word = reinterpret_cast<volatile int *>(static_cast<char *>(o->base) + at);
+      // The creator always starts from a clean block with its lock free. A
+      // fresh object reads as zeros already: its pages are left untouched.
       if (existed) {
         dprintf(1, "Shared memory object %s already exists!!!\n", o->name);
-        // The creator always starts from a clean block (a fresh object is
-        // zero already).
         std::memset(o->base, 0, size);
+        lock_reset(o);
       }
-      o->lock_word = reinterpret_cast<volatile int *>(static_cast<char *>(o->base) + at);
-      lock_reset(o);
     }
   }
   if (ok) {
@@ -307,8 +307,13 @@ LL_API qzerror *shmem_secure(shmem_obj **objp, unsigned int mask, const char *us
                              const char *domain) noexcept {
   if (!objp || !*objp) return nullptr;
   shmem_obj *o = *objp;
-  if (o->ops == &kNtOps && os::grant(o->mapping, o->name + 3, mask, user, domain)) return nullptr;
-  if (o->ops != &kNtOps) errno = kEINVAL;
+  if (o->ops == &kNtOps) {
+    unsigned char sid[QZ_SID_MAX];
+    const int n = user ? get_user_sid(user, domain, sid, sizeof sid) : get_my_sid(sid, sizeof sid);
+    if (n > 0 && os::grant(o->mapping, o->name + 3, mask, sid)) return nullptr;
+  } else {
+    errno = kEINVAL;  // a private block has nothing to secure
+  }
   const int err = errno;
   qzerror *e = record(kEIO, 993, "failed to secure shmem object %s: %s", o->name, qzmo_strerror(err));
   errno = err;

@@ -7,6 +7,10 @@
 
 namespace ll::shm_os {
 
+// This process's id, without a system call on the common path (a forked
+// child gets its own).
+uint32_t process() noexcept;
+
 // "Global\\" where the system has that name space, else "".
 const char *name_prefix() noexcept;
 
@@ -28,7 +32,7 @@ bool open(const char *name, uint32_t size, Mapping &m) noexcept;
 // the name up (POSIX; Windows objects end with their last handle).
 void close(const char *name, uint32_t size, Mapping &m, bool remove_name) noexcept;
 
-// Grants the user (null: the caller) 'mask' on the object.
-bool grant(void *handle, const char *name, uint32_t mask, const char *user, const char *domain) noexcept;
+// Grants the identifier 'sid' (liblocal/security.h) 'mask' on the object.
+bool grant(void *handle, const char *name, uint32_t mask, const void *sid) noexcept;
 
 }  // namespace ll::shm_os

@@ -21,6 +21,11 @@ std::string decode(const std::string &bytes, size_t chunk = 0) {
 }
 
 const std::string kType = "clu_type: BSW_HX_TYPE\n";
+// Mount directories every test machine has, and a directory that is none.
+const std::string kMount = lltest::kWindows ? "C:\\" : "/";
+const std::string kMountSlash = lltest::kWindows ? " \"C:\\\\\"" : " /proc//";
+const std::string kMountTrimmed = lltest::kWindows ? "C:\\" : "/proc";
+const std::string kNotMount = lltest::kWindows ? "C:\\windows" : "/usr/share";
 
 TEST(HxMapLines, DecodesKeysAndSkipsWhatIsNotAnEntry) {
   struct Case {
@@ -45,6 +50,9 @@ TEST(HxMapLines, DecodesKeysAndSkipsWhatIsNotAnEntry) {
        "active=1\nnode=\nhost=v\n"},
       {"relative and empty owned paths are rejected", kType + "hostname: v\nowned paths: rel/dir ./x \"\"\n",
        "active=1\nnode=\nhost=v\n"},
+      {"owned paths are checked against the file-system table",
+       kType + "hostname: v\nowned paths: " + kMount + kMountSlash + " " + kNotMount + "\n",
+       "active=1\nnode=\nhost=v\n path=" + kMount + "\n path=" + kMountTrimmed + "\n"},
       {"owned paths before any host go nowhere", kType + "owned paths: /\nhostname: v\n", "active=1\nnode=\nhost=v\n"},
   };
   for (const Case &c : cases) {
@@ -89,7 +97,7 @@ TEST_F(HxScript, RunsAreBoundedAndJudgedByTheirEnd) {
   for (const Case &c : cases) {
     int lines = -1;
     const auto t0 = std::chrono::steady_clock::now();
-    EXPECT_EQ(llt_clu_run_script(c.path.c_str(), 1500, 64 * 1024, &lines), c.end) << c.path;
+    EXPECT_EQ(llt_clu_run_script(c.path.c_str(), 1500, 4096, &lines), c.end) << c.path;
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - t0).count();
     EXPECT_LT(ms, 10000) << c.path;
     if (c.end == 0) {

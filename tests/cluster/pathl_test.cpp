@@ -1,16 +1,26 @@
 // The path list: owners by the longest leading path, the drive-root rule,
 // the paths a host owns, and the host-matching rule.
+#ifdef _WIN32
+#include <winsock2.h>
+#else
+#include <netdb.h>
+#include <sys/socket.h>
+#endif
+
 #include <gtest/gtest.h>
 
 #include <liblocal/cluster.h>
 #include <liblocal/memory.h>
 
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "lltest.h"
 #include "seams.h"
+
+extern "C" void llt_hostid_resolver(void *(*byname)(const char *), void *(*byaddr)(const char *, int, int));
 
 namespace {
 
@@ -139,6 +149,64 @@ TEST_F(PathList, NullArgumentsAreRefusedQuietly) {
   EXPECT_EQ(clu_pathl_hostpath_match("h", nullptr, nullptr), 0);
   EXPECT_EQ(take(clu_pathl_gethost(nullptr)), local);
   EXPECT_EQ(clu_pathl_addvirthosts(), 0);  // no native cluster behind the forced type
+}
+
+// A small name service behind the library's resolver: name -> official
+// name and aliases.
+std::map<std::string, std::vector<std::string>> g_names = {
+    {"alpha", {"alpha.example", "alpha"}},
+    {"alpha.example", {"alpha.example", "alpha"}},
+    {"a-alias", {"alpha.example", "a-alias"}},
+    {"vh1-alias", {"vh1", "vh1-alias"}},
+    {"vh1", {"vh1-real", "vh1"}},
+    {"x", {"gamma"}},
+    {"delta", {"delta.example", "gamma"}},
+    {"beta", {"beta.example", "beta"}},
+};
+
+void *by_name(const char *name) {
+  static hostent h;
+  static std::vector<char *> aliases;
+  static std::string official;
+  auto it = g_names.find(name);
+  if (it == g_names.end()) return nullptr;
+  official = it->second[0];
+  aliases.clear();
+  for (size_t i = 1; i < it->second.size(); ++i) aliases.push_back(const_cast<char *>(it->second[i].c_str()));
+  aliases.push_back(nullptr);
+  static char *no_addr[] = {nullptr};
+  h = hostent{};
+  h.h_name = official.data();
+  h.h_aliases = aliases.data();
+  h.h_addrtype = AF_INET;
+  h.h_length = 4;
+  h.h_addr_list = no_addr;
+  return &h;
+}
+void *by_addr(const char *, int, int) { return nullptr; }
+
+TEST_F(PathList, HostMatchingByOfficialNamesAndAliases) {
+  llt_hostid_resolver(by_name, by_addr);
+  struct Case {
+    const char *owner, *host;
+    int match;
+  } cases[] = {
+      {"alpha.example", "ALPHA.Example", 1},  // case only
+      {"alpha.example", "alpha", 1},          // the same official name
+      {"alpha", "a-alias", 1},
+      {"vh1", "vh1-alias", 1},                // the host's official name is the owner
+      {"vh1-alias", "vh1", 1},                // the owner's official name is the host
+      {"delta", "x", 1},                      // x's official name is an alias of delta
+      {"x", "delta", 0},
+      {"alpha", "beta", 0},
+      {"alpha", "nosuch", 0},                 // does not resolve
+  };
+  for (const Case &c : cases) {
+    clu_pathl_free();
+    llt_clu_pathl_own(P("vol").c_str(), c.owner);
+    EXPECT_EQ(clu_pathl_hostpath_match(c.host, P("vol/f").c_str(), nullptr), c.match) << c.owner << " / " << c.host;
+  }
+  llt_hostid_resolver(nullptr, nullptr);
 }
 
 }  // namespace

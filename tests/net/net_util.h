@@ -27,12 +27,41 @@ inline long long ms_since(Clock::time_point t0) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - t0).count();
 }
 
+// Network byte order by hand: the Windows test binary is not linked with the
+// socket library, only with liblocal.
+inline uint32_t be32(uint32_t v) {
+  unsigned char b[4] = {static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
+                        static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
+  uint32_t r;
+  std::memcpy(&r, b, 4);
+  return r;
+}
+inline uint16_t be16(uint16_t v) {
+  unsigned char b[2] = {static_cast<unsigned char>(v >> 8), static_cast<unsigned char>(v)};
+  uint16_t r;
+  std::memcpy(&r, b, 2);
+  return r;
+}
+constexpr uint32_t kLoopback = 0x7F000001;
+
 inline sockaddr_in loopback(unsigned short port = 0) {
   sockaddr_in a{};
   a.sin_family = AF_INET;
-  a.sin_port = htons(port);
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  a.sin_port = be16(port);
+  a.sin_addr.s_addr = be32(kLoopback);
   return a;
+}
+
+// The system's host name, asked directly.
+inline int system_hostname(char *buf, int len) {
+#ifdef _WIN32
+  using Fn = int(WSAAPI *)(char *, int);
+  HMODULE m = LoadLibraryW(L"ws2_32.dll");
+  Fn fn = m ? reinterpret_cast<Fn>(reinterpret_cast<void *>(GetProcAddress(m, "gethostname"))) : nullptr;
+  return fn ? fn(buf, len) : -1;
+#else
+  return gethostname(buf, static_cast<size_t>(len));
+#endif
 }
 
 // A listening TCP socket on 127.0.0.1; *addr receives its address.

@@ -4,8 +4,11 @@
 // drives on Windows, which Wine cannot make).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <string>
@@ -16,7 +19,9 @@
 
 #include "lltest.h"
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include "frame/win32/win.h"
+#else
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #endif
@@ -142,6 +147,14 @@ TEST(Fstab, IsFileSystemType) {
   lltest::TempDir tmp;
   EXPECT_EQ(isfilesystemtype(root.c_str(), fs.c_str()), 1);
   EXPECT_EQ(isfilesystemtype(lltest::kWindows ? "C:\\" : "/", fs.c_str()), 1);
+  // A path inside a volume: the type of the mount that holds it.
+  const Row *holder = nullptr;
+  for (const Row &r : all)
+    if (tmp.path().rfind(r.dir, 0) == 0 && r.type.find("SYSTEM") != 0 && (!holder || r.dir.size() > holder->dir.size()))
+      holder = &r;
+  ASSERT_NE(holder, nullptr);
+  const std::string inner = lltest::kWindows ? fs : holder->type;
+  EXPECT_EQ(isfilesystemtype(tmp.path().c_str(), inner.c_str()), 1) << tmp.path();
   EXPECT_EQ(isfilesystemtype(root.c_str(), "no-such-fs"), 0);
   EXPECT_EQ(isfilesystemtype(root.c_str(), nullptr), 0);
   EXPECT_EQ(isfilesystemtype(root.c_str(), ""), 0);
@@ -162,6 +175,202 @@ TEST(Fstab, IsFileSystemTypeReportsAVolumeItCannotAsk) {
             std::string::npos)
       << r.err;
 }
+
+
+#ifdef _WIN32
+
+// A world made through the back-end's seam: Wine has no volume mount points,
+// substituted or network drives, and no volumes without a path.
+struct FakeWorld {
+  FakeWorld() {
+    llt_fstab_fake_mode(0);
+    llt_fstab_fake_mode(2);
+  }
+  ~FakeWorld() {
+    llt_fstab_fake_mode(0);
+    llt_fstab_os_major(0);
+    llt_paths_fake_network_drive(0, nullptr);
+    setMyname("test_paths");
+    donefstab();
+  }
+};
+
+const char *const kVE = "\\\\?\\Volume{e}\\", *const kVA = "\\\\?\\Volume{a}\\", *const kVB = "\\\\?\\Volume{b}\\";
+
+void fake_drives() {
+  llt_fstab_fake("A:\\", nullptr, 2, 0, nullptr, nullptr);                   // removable, not ready
+  llt_fstab_fake("C:\\", "\\\\?\\Volume{c}\\", 3, 0x11, "NTFS", "\\Device\\HarddiskVolume1");
+  llt_fstab_fake("D:\\", nullptr, 5, 0, nullptr, nullptr);                   // CD-ROM, not ready
+  llt_fstab_fake("E:\\", kVE, 3, 0xE, "NTFS", "\\Device\\HarddiskVolume2");
+  llt_fstab_fake("Q:\\", nullptr, 3, 0x11, "NTFS", "\\??\\C:\\sub");        // substituted
+  llt_fstab_fake("R:\\", nullptr, 6, 0x66, "FAT", nullptr);                  // RAM disk
+  llt_fstab_fake("X:\\", nullptr, 1, 0x77, "FAT", nullptr);                  // no root: left out
+  llt_fstab_fake("Y:\\", nullptr, 4, 0x88, "NTFS", nullptr);                 // remote, no network path
+  llt_fstab_fake("Z:\\", nullptr, 4, 0x99, "NTFS", nullptr);                 // remote
+  llt_paths_fake_network_drive('Z', "\\\\srv\\share");
+  // Mount points below E:, found in this order.
+  llt_fstab_fake_mntpt("E:\\", "mnt\\a\\");
+  llt_fstab_fake("E:\\mnt\\a\\", kVA, 3, 0xA, "NTFS", nullptr);
+  llt_fstab_fake_mntpt("E:\\mnt\\a\\", "up\\");
+  llt_fstab_fake("E:\\mnt\\a\\up\\", kVE, 3, 0xE, "NTFS", nullptr);  // back to E: above
+  llt_fstab_fake_mntpt("E:\\", "mnt\\bbb\\");
+  llt_fstab_fake("E:\\mnt\\bbb\\", kVA, 3, 0xA, "NTFS", nullptr);
+  llt_fstab_fake_mntpt("E:\\", "z\\");
+  llt_fstab_fake("E:\\z\\", kVB, 3, 0xB, "NTFS", nullptr);
+  llt_fstab_fake_mntpt("E:\\", "k\\");
+  llt_fstab_fake("E:\\k\\", kVB, 3, 0xB, "NTFS", nullptr);
+  llt_fstab_fake_mntpt("E:\\", "s\\");
+  llt_fstab_fake("E:\\s\\", kVA, 3, 0xA, "NTFS", nullptr);
+  llt_fstab_fake(nullptr, "\\\\?\\Volume{lone}\\", 3, 0x55, "NTFS", nullptr);
+}
+
+TEST(FstabWindows, DrivesMountPointsAndDuplicates) {
+  FakeWorld w;
+  fake_drives();
+  llt_fstab_os_major(6);
+  setMyname("fstabtest");
+  const auto all = rebuilt();
+  const auto m = by_name(all);
+  struct Want {
+    const char *name, *device, *dir, *type, *opts;
+    uint32_t serial;
+    bool local;
+  } want[] = {
+      {"A:", "A:\\", "A:\\", "removable", "", 0, false},
+      {"C:", "\\\\?\\Volume{c}\\", "C:\\", "NTFS", "", 0x11, true},
+      {"D:", "D:\\", "D:\\", "cdrom", "ignore", 0, false},  // serial 0 like A:, found later
+      {"E:", kVE, "E:\\", "NTFS", "", 0xE, true},
+      {"Q:", "C:\\sub", "Q:\\", "NTFS", "ignore", 0x11, false},
+      {"R:", "R:\\", "R:\\", "ramdisk", "", 0x66, false},
+      {"\\\\srv\\share", "\\\\srv\\share\\", "\\\\srv\\share\\", "remote", "", 0x99, false},
+      {"E:\\mnt\\a", kVA, "E:\\mnt\\a\\", "mntpt", "ignore", 0xA, false},  // E:\s is shallower
+      {"E:\\mnt\\a\\up", kVE, "E:\\mnt\\a\\up\\", "loop", "ignore", 0xE, false},
+      {"E:\\mnt\\bbb", kVA, "E:\\mnt\\bbb\\", "mntpt", "ignore", 0xA, false},  // as deep, longer
+      {"E:\\z", kVB, "E:\\z\\", "mntpt", "", 0xB, true},
+      {"E:\\k", kVB, "E:\\k\\", "mntpt", "ignore", 0xB, false},  // as deep, as long, later
+      {"E:\\s", kVA, "E:\\s\\", "mntpt", "", 0xA, true},
+      {"SYSTEM STATE:", "SYSTEM STATE:\\", "SYSTEM STATE:\\", "SYSTEM STATE:\\", "", 0, true},
+      {"SYSTEM DB:", "SYSTEM DB:\\", "SYSTEM DB:\\", "SYSTEM DB:\\", "", 0, true},
+      {"SYSTEM FILES:", "SYSTEM FILES:\\", "SYSTEM FILES:\\", "SYSTEM FILES:\\", "", 0, true},
+      {"\\\\?\\Volume{lone}", "\\\\?\\Volume{lone}\\", "\\\\?\\Volume{lone}\\", "NTFS", "", 0x55, true},
+  };
+  EXPECT_EQ(all.size(), std::size(want));
+  for (const Want &x : want) {
+    ASSERT_TRUE(m.count(x.name)) << x.name;
+    const Row &r = m.at(x.name);
+    EXPECT_EQ(r.device, x.device) << x.name;
+    EXPECT_EQ(r.dir, x.dir) << x.name;
+    EXPECT_EQ(r.type, x.type) << x.name;
+    EXPECT_EQ(r.opts, x.opts) << x.name;
+    EXPECT_EQ(r.serial, x.serial) << x.name;
+    EXPECT_EQ(r.local, x.local) << x.name;
+  }
+  // The list runs from the last entry found to the first.
+  ASSERT_GE(all.size(), 4u);
+  EXPECT_EQ(all.front().name, "\\\\?\\Volume{lone}");
+  EXPECT_EQ(all[1].name, "SYSTEM FILES:");
+  EXPECT_EQ(all.back().name, "A:");
+
+  // A volume that is gone by the next build is gone from the table.
+  llt_fstab_fake_mode(0);
+  llt_fstab_fake_mode(2);
+  llt_fstab_fake("C:\\", "\\\\?\\Volume{c}\\", 3, 0x11, "NTFS", nullptr);
+  const auto again = by_name(rebuilt());
+  EXPECT_TRUE(again.count("C:"));
+  EXPECT_FALSE(again.count("E:") || again.count("E:\\s"));
+}
+
+TEST(FstabWindows, SystemStateEntries) {
+  FakeWorld w;
+  llt_fstab_fake("C:\\", "\\\\?\\Volume{c}\\", 3, 0x11, "NTFS", nullptr);
+  auto names = [] {
+    std::string s;
+    for (const Row &r : rebuilt()) s += r.name + ";";
+    return s;
+  };
+  struct Case {
+    const char *me;
+    int major;
+    const char *names;
+  } cases[] = {
+      {"fstabtest", 6, "SYSTEM FILES:;SYSTEM DB:;SYSTEM STATE:;C:;"},
+      {"fstabtest", 5, "SYSTEM FILES:;SYSTEM DB:;SYSTEM STATE:;C:;"},
+      {"fstabtest", 4, "REPAIRDISK:;SYSTEM STATE:;C:;"},
+      {"Backup", 6, "C:;"},
+      {"BACKUP", 4, "REPAIRDISK:;C:;"},
+      {"backups", 6, "SYSTEM FILES:;SYSTEM DB:;SYSTEM STATE:;C:;"},
+      {"", 6, "C:;"},
+  };
+  for (const Case &c : cases) {
+    setMyname(c.me);
+    llt_fstab_os_major(c.major);
+    EXPECT_EQ(names(), c.names) << c.me << " " << c.major;
+  }
+  // The Windows 9x class has neither system state nor the further passes.
+  llt_fstab_fake(nullptr, "\\\\?\\Volume{lone}\\", 3, 0x55, "NTFS", nullptr);
+  setMyname("fstabtest");
+  llt_fstab_os_major(4);
+  llt_force_os_class(4);
+  EXPECT_EQ(names(), "C:;");
+  llt_force_os_class(0);
+  EXPECT_EQ(names(), "REPAIRDISK:;\\\\?\\Volume{lone};SYSTEM STATE:;C:;");
+  // Nothing at all when there is no drive: an empty table, not a failure.
+  llt_fstab_fake_mode(0);
+  llt_fstab_fake_mode(2);
+  setMyname("fstabtest");
+  llt_fstab_os_major(6);
+  int rc = -1;
+  donefstab();
+  EXPECT_EQ(getfstab(&rc), nullptr);
+  EXPECT_EQ(rc, 0);
+}
+
+TEST(FstabWindows, FailedEnumerationGivesBackTheErrorMode) {
+  const UINT before = SetErrorMode(0);
+  SetErrorMode(before);
+  donefstab();
+  llt_fstab_fail(EIO);
+  EXPECT_EQ(getfstab(nullptr), nullptr);
+  llt_fstab_fail(0);
+  const UINT after = SetErrorMode(before);
+  EXPECT_EQ(after, before);
+  EXPECT_NE(getfstab(nullptr), nullptr);
+}
+
+TEST(FstabWindows, RealDrivesOfThePrefix) {
+  const auto m = by_name(rebuilt());
+  ASSERT_TRUE(m.count("C:"));
+  uint32_t serial = 0;
+  char fs[64] = {};
+  ASSERT_NE(utf8_getvolumeinfo("C:\\", nullptr, 0, &serial, nullptr, nullptr, fs, sizeof fs), 0);
+  EXPECT_EQ(m.at("C:").serial, serial);
+  EXPECT_EQ(m.at("C:").type, fs);
+  EXPECT_EQ(m.at("C:").dir, "C:\\");
+}
+
+
+// Extra drive letters of the Wine prefix, arranged by the test scripts before
+// Wine starts (Wine shows a process the drives and drive types the prefix
+// had when its server started): links "m:" and "n:" in its "dosdevices"
+// folder to one folder holding a ".windows-serial" of 1234abcd, and "o:"
+// whose type the registry gives as "cdrom".
+TEST(FstabWindows, ExtraDrivesOfThePrefix) {
+  if (utf8_getfileattributes("M:\\.windows-serial") == QZ_INVALID_FILE_ATTRIBUTES)
+    GTEST_SKIP() << "the prefix has no drives M:, N:, O: for this test";
+  const auto m = by_name(rebuilt());
+  ASSERT_TRUE(m.count("M:") && m.count("N:") && m.count("O:"));
+  EXPECT_EQ(m.at("M:").serial, 0x1234abcdu);
+  EXPECT_EQ(m.at("M:").opts, "");
+  EXPECT_TRUE(m.at("M:").local);
+  // The same volume under a second letter, found later.
+  EXPECT_EQ(m.at("N:").serial, 0x1234abcdu);
+  EXPECT_EQ(m.at("N:").opts, "ignore");
+  EXPECT_FALSE(m.at("N:").local);
+  EXPECT_EQ(m.at("O:").type, "cdrom");
+  EXPECT_FALSE(m.at("O:").local);
+}
+
+#endif  // _WIN32
 
 #ifndef _WIN32
 

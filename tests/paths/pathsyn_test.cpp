@@ -150,6 +150,12 @@ TEST(PathSyntax, FullcanonTable) {
   char buf[64];
   fullcanon("x", buf, "C:\\d");
   EXPECT_STREQ(buf, "C:\\d\\x");
+  // Only a letter before the colon makes a drive; another name with a
+  // colon is taken as it stands.
+  for (const char *name : {"\":x", "1:x"}) {
+    fullcanon(name, buf, "C:\\d");
+    EXPECT_STREQ(buf, name);
+  }
 }
 
 TEST(PathSyntax, FullcanonWithoutDirectoryUsesTheCurrentOne) {

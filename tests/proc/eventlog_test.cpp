@@ -5,10 +5,15 @@
 #include <chrono>
 #include <cstring>
 #include <regex>
+#include <set>
 #include <string>
+#include <utility>
+#include <thread>
+#include <vector>
 
 #include "lltest.h"
 #include <liblocal/eventlog.h>
+#include <liblocal/frame.h>
 #include <liblocal/output.h>
 
 #ifdef _WIN32
@@ -21,6 +26,7 @@
 
 extern "C" size_t llt_eventlog_wide(const char *utf8, char16_t *out, size_t cap);
 extern "C" size_t llt_eventlog_text(const char *utf8, char *out, size_t cap);
+extern "C" void llt_force_os_class(int c);
 
 namespace {
 
@@ -37,12 +43,15 @@ TEST(EventCategory, RowsAndNames) {
   EXPECT_EQ(event_category(nullptr), 0);
 }
 
-TEST(EventSource, FirstAnswerIsKept) {
-  const char *first = event_source_name("bsw");
-  EXPECT_STREQ(first, "Baystow");
-  EXPECT_STREQ(event_source_name("no such key"), "Baystow");
-  EXPECT_STREQ(event_source_name(nullptr), first);
+// A fresh process whose first lookup names the server's source.
+LLTEST_CHILD(eventlog_first_source) {
+  const bool ok = std::strcmp(event_source_name("server"), "Baystow Server") == 0 &&
+                  std::strcmp(event_source_name("no such key"), "Baystow") == 0 &&
+                  std::strcmp(event_source_name(nullptr), "Baystow Server") == 0;
+  return ok ? 0 : 1;
 }
+
+TEST(EventSource, FirstAnswerIsKept) { EXPECT_EQ(lltest::run_child("eventlog_first_source").exit_code, 0); }
 
 std::u16string wide(const char *s, size_t cap) {
   std::u16string out(cap + 1, u'?');
@@ -73,9 +82,6 @@ TEST(EventMessage, LogTextCutsAtCharacters) {
   llt_eventlog_text("x\xFFy", out, 31);
   EXPECT_STREQ(out, "x\xEF\xBF\xBDy");
   EXPECT_EQ(llt_eventlog_text("ab\xE2\x82\xAC", out, 4), 2u);
-}
-
-TEST(EventPrintf, BadInputIsRefusedQuietly) {
   EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 0, nullptr), 0);
 }
 
@@ -161,6 +167,12 @@ TEST(SystemLog, ListenerReceivesTheExactMessage) {
   const std::string text = got.substr(got.find("] ", got.find("[category")) + 2);
   EXPECT_EQ(text.size(), 12284u);
   EXPECT_EQ(text, big.substr(0, 12284));
+  // the Windows 9x class writes nothing: the next datagram is the later event
+  llt_force_os_class(4);
+  EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "not written"), 0);
+  llt_force_os_class(0);
+  ASSERT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "written"), 1);
+  EXPECT_NE(log.next().find("] written"), std::string::npos);
   setMyname("baystow");
 }
 
@@ -171,6 +183,24 @@ TEST(SystemLog, StreamListenerGetsNulEndedRecords) {
   ASSERT_EQ(eventprintf(QZ_EVENT_WARNING, 2, "two"), 1);
   EXPECT_NE(log.next_record().find("[category 2, warning] one 1"), std::string::npos);
   EXPECT_NE(log.next_record().find("[category 2, warning] two"), std::string::npos);
+}
+
+TEST(SystemLog, ThreadsWriteWholeRecords) {
+  lltest::TempDir dir;
+  Listener log(dir);
+  // no more events than a listener's queue holds (10 on Linux): none waits
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([t] {
+      for (int i = 0; i < 2; ++i) eventprintf(QZ_EVENT_INFORMATION, 3, "thread %d event %d", t, i);
+    });
+  std::set<std::string> seen;
+  for (int i = 0; i < 8; ++i) {
+    const std::string m = log.next();
+    seen.insert(m.substr(m.find("] thread ") + 2));
+  }
+  for (auto &th : threads) th.join();
+  EXPECT_EQ(seen.size(), 8u);
 }
 
 TEST(SystemLog, NoListenerNeverBlocks) {
@@ -200,8 +230,12 @@ TEST(SystemLog, NoListenerNeverBlocks) {
   EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(10));
 }
 #else
-// The event source's key in the registry.
-std::wstring source_key() { return L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\Baystow"; }
+// The key of an event source in the registry. The set-up tests use the
+// "client" product's source, which nothing else in the test programs sets up;
+// initialisation sets up the library's own ("bsw").
+std::wstring source_key(const wchar_t *source = L"Baystow Client") {
+  return std::wstring(L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\") + source;
+}
 
 std::wstring library_path() {
   wchar_t buf[MAX_PATH * 4];
@@ -209,44 +243,36 @@ std::wstring library_path() {
   return std::wstring(buf, n);
 }
 
-struct Values {
-  std::wstring event_file, category_file;
-  DWORD event_type = 0, count = 0, types = 0;
-};
-Values read_values() {
-  Values v;
-  HKEY k;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key().c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) return v;
-  wchar_t buf[4096];
-  DWORD size = sizeof buf, type;
-  if (RegQueryValueExW(k, L"EventMessageFile", nullptr, &v.event_type, reinterpret_cast<BYTE *>(buf), &size) == 0)
-    v.event_file = buf;
-  size = sizeof buf;
-  if (RegQueryValueExW(k, L"CategoryMessageFile", nullptr, &type, reinterpret_cast<BYTE *>(buf), &size) == 0)
-    v.category_file = buf;
-  size = sizeof(DWORD);
-  RegQueryValueExW(k, L"CategoryCount", nullptr, &type, reinterpret_cast<BYTE *>(&v.count), &size);
-  size = sizeof(DWORD);
-  RegQueryValueExW(k, L"TypesSupported", nullptr, &type, reinterpret_cast<BYTE *>(&v.types), &size);
-  RegCloseKey(k);
-  return v;
+// A value of a source's key as its type and text (a number in decimal);
+// type 0 when it is absent.
+using Value = std::pair<DWORD, std::wstring>;
+Value value(const wchar_t *name, const wchar_t *source = L"Baystow Client") {
+  wchar_t buf[4096] = {};
+  DWORD type = 0, size = sizeof buf - sizeof(wchar_t), number = 0;
+  if (RegGetValueW(HKEY_LOCAL_MACHINE, source_key(source).c_str(), name, RRF_RT_ANY | RRF_NOEXPAND, &type, buf,
+                   &size) != ERROR_SUCCESS)
+    return {0, L""};
+  std::memcpy(&number, buf, sizeof number);
+  return {type, type == REG_DWORD ? std::to_wstring(number) : std::wstring(buf)};
 }
-void set_value(const wchar_t *name, DWORD type, const void *data, DWORD size) {
-  HKEY k;
-  ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, source_key().c_str(), 0, KEY_WRITE, &k), 0);
-  RegSetValueExW(k, name, 0, type, static_cast<const BYTE *>(data), size);
-  RegCloseKey(k);
+void set_value(const wchar_t *name, DWORD type, const void *data, size_t size) {
+  ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, source_key().c_str(), name, type, data, static_cast<DWORD>(size)), 0);
 }
 
 TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key().c_str());
-  ASSERT_EQ(event_source_setup("bsw"), 1);
-  Values v = read_values();
-  EXPECT_EQ(v.event_file, library_path());
-  EXPECT_EQ(v.category_file, library_path());
-  EXPECT_EQ(v.event_type, static_cast<DWORD>(REG_EXPAND_SZ));
-  EXPECT_EQ(v.count, 35u);
-  EXPECT_EQ(v.types, 7u);
+  llt_force_os_class(4);  // the Windows 9x class has no event log
+  EXPECT_EQ(event_source_setup("client"), 0);
+  EXPECT_EQ(eventprintf(QZ_EVENT_ERROR, 1, "nothing"), 0);
+  llt_force_os_class(0);
+  EXPECT_EQ(value(L"EventMessageFile").first, 0u);
+
+  ASSERT_EQ(event_source_setup("client"), 1);
+  const Value file{REG_EXPAND_SZ, library_path()};
+  EXPECT_EQ(value(L"EventMessageFile"), file);
+  EXPECT_EQ(value(L"CategoryMessageFile"), file);
+  EXPECT_EQ(value(L"CategoryCount"), Value(REG_DWORD, L"35"));
+  EXPECT_EQ(value(L"TypesSupported"), Value(REG_DWORD, L"7"));
 
   // the same file in other case: a second set-up changes nothing
   std::wstring upper = library_path();
@@ -254,30 +280,46 @@ TEST(EventSource, RegistryHoldsTheLibraryAsMessageFile) {
   set_value(L"CategoryMessageFile", REG_EXPAND_SZ, upper.c_str(), (upper.size() + 1) * 2);
   const DWORD marker = 99;
   set_value(L"CategoryCount", REG_DWORD, &marker, sizeof marker);
-  ASSERT_EQ(event_source_setup(nullptr), 1);
-  EXPECT_EQ(read_values().count, 99u);
+  ASSERT_EQ(event_source_setup("client"), 1);
+  EXPECT_EQ(value(L"CategoryCount").second, L"99");
 
   // another file: the registration is renewed
   const std::wstring other = L"C:\\elsewhere\\other.dll";
   set_value(L"CategoryMessageFile", REG_EXPAND_SZ, other.c_str(), (other.size() + 1) * 2);
-  ASSERT_EQ(event_source_setup(nullptr), 1);
-  v = read_values();
-  EXPECT_EQ(v.category_file, library_path());
-  EXPECT_EQ(v.count, 35u);
+  ASSERT_EQ(event_source_setup("client"), 1);
+  EXPECT_EQ(value(L"CategoryMessageFile"), file);
+  EXPECT_EQ(value(L"CategoryCount").second, L"35");
+}
+
+LLTEST_CHILD(eventlog_qzinit) {
+  qzinit("masterd");
+  return 0;
+}
+
+TEST(EventSource, InitialisationSetsItUp) {
+  RegDeleteKeyW(HKEY_LOCAL_MACHINE, source_key(L"Baystow").c_str());
+  EXPECT_EQ(lltest::run_child("eventlog_qzinit").exit_code, 0);
+  EXPECT_EQ(value(L"CategoryMessageFile", L"Baystow").second, library_path());
 }
 
 extern "C" void llt_eventlog_registry(const char *key);
 
+// A volatile key takes no lasting subkey: creating the source's key under it fails.
+LLTEST_CHILD(eventlog_refused_key) {
+  liblvars_set_debug(1);
+  llt_eventlog_registry("SOFTWARE\\llt_volatile");
+  return event_source_setup(nullptr);
+}
+
 TEST(EventSource, KeyThatCannotBeCreatedIsReportedAtLevelOne) {
-  // a volatile key takes no lasting subkey: creating the source's key fails
   HKEY k;
   ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_volatile", 0, nullptr, REG_OPTION_VOLATILE,
                             KEY_ALL_ACCESS, nullptr, &k, nullptr), 0);
   RegCloseKey(k);
-  llt_eventlog_registry("SOFTWARE\\llt_volatile");
-  EXPECT_EQ(event_source_setup(nullptr), 0);
-  llt_eventlog_registry(nullptr);
+  const auto r = lltest::run_child("eventlog_refused_key");
   RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_volatile");
+  EXPECT_EQ(r.exit_code, 0);
+  EXPECT_NE(r.err.find("Cannot create EventLog source registry key"), std::string::npos) << r.err;
 }
 
 TEST(EventLog, ReportsAndTheLibrarysMessageTable) {

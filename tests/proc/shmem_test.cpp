@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -16,11 +17,19 @@
 
 #ifndef _WIN32
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #else
 #include <process.h>
+
+#include <utility>
+#include <vector>
+
+#include "frame/win32/win.h"
+#include <aclapi.h>
 #endif
 
 namespace {
@@ -122,6 +131,18 @@ TEST(Shmem, TwoProcessesCountUnderTheLockWord) {
   EXPECT_EQ(*o->lock_word, 0);
   o->ops->release(&o);
   EXPECT_EQ(o, nullptr);
+}
+
+// The private kind's lock between threads (what the thread sanitizer checks:
+// taking the word acquires what the last holder released).
+TEST(Shmem, PrivateBlockLockBetweenThreads) {
+  shmem_obj *o = nullptr;
+  ASSERT_EQ(shmem_create(0, kSize, 8, SHMEM_PRIVATE, &o), nullptr);
+  std::thread t([o] { add_under_lock(o, kRounds / 10); });
+  add_under_lock(o, kRounds / 10);
+  t.join();
+  EXPECT_EQ(*at<int64_t>(o, kCounter), 2 * int64_t{kRounds / 10});
+  o->ops->release(&o);
 }
 
 TEST(Shmem, SecondCreateReusesAndClears) {
@@ -290,35 +311,25 @@ TEST(ShmemPosix, OwnerOnlyUntilSecured) {
 TEST(ShmemPosix, PlantedObjectsAreRefused) {
   const unsigned k = key(7);
   const std::string path = shm_path(k);
+  // A plain object planted with this owner and mode (and a second name).
+  auto plant = [&path](uid_t uid, mode_t mode, bool second_name) {
+    int fd = ::open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
+    bool ok = fd >= 0 && fchown(fd, uid, uid) == 0 && fchmod(fd, mode) == 0;
+    if (fd >= 0) close(fd);
+    return ok && (!second_name || link(path.c_str(), (path + ".x").c_str()) == 0);
+  };
   struct Plant {
     const char *what;
-    int (*make)(const std::string &);
+    std::function<bool()> make;
   } plants[] = {
-      {"symlink", [](const std::string &p) { return symlink("/dev/shm/../../etc/passwd", p.c_str()); }},
-      {"other owner",
-       [](const std::string &p) {
-         int fd = ::open(p.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
-         int r = fd < 0 ? -1 : fchown(fd, 65534, 65534);
-         if (fd >= 0) close(fd);
-         return r;
-       }},
-      {"group writable",
-       [](const std::string &p) {
-         int fd = ::open(p.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
-         int r = fd < 0 ? -1 : fchmod(fd, 0620);
-         if (fd >= 0) close(fd);
-         return r;
-       }},
-      {"second link",
-       [](const std::string &p) {
-         int fd = ::open(p.c_str(), O_CREAT | O_EXCL | O_WRONLY, 0600);
-         if (fd >= 0) close(fd);
-         return link(p.c_str(), (p + ".x").c_str());
-       }},
+      {"symlink", [&] { return symlink("/dev/shm/../../etc/passwd", path.c_str()) == 0; }},
+      {"other owner", [&] { return plant(65534, 0600, false); }},
+      {"group writable", [&] { return plant(0, 0620, false); }},
+      {"second link", [&] { return plant(0, 0600, true); }},
   };
   for (const Plant &pl : plants) {
     SCOPED_TRACE(pl.what);
-    ASSERT_EQ(pl.make(path), 0);
+    ASSERT_TRUE(pl.make());
     shmem_obj *o = nullptr;
     EXPECT_EQ(number_of(shmem_create(k, kSize, 0, SHMEM_NT, &o)), kEIO);
     EXPECT_EQ(o, nullptr);
@@ -355,6 +366,70 @@ TEST(ShmemPosix, CrashedCreatorLeavesABlockTheNextCreatorCleans) {
   EXPECT_FALSE(exists(shm_path(k)));
 }
 
+// A block the system cannot back fails at create (not with a bus error at
+// first touch) and leaves nothing behind.
+LLTEST_CHILD(shmem_too_big) {
+  const unsigned k = static_cast<unsigned>(std::strtoul(argv[0], nullptr, 10));
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit lim{1 << 20, 1 << 20};
+  if (setrlimit(RLIMIT_FSIZE, &lim) != 0) return 2;
+  shmem_obj *o = nullptr;
+  if (number_of(shmem_create(k, 64u << 20, 0, SHMEM_NT, &o)) != kEIO || o) return 3;
+  return exists(shm_path(k)) ? 4 : 0;
+}
+
+TEST(ShmemPosix, BlockBeyondTheLimitIsRefused) {
+  const unsigned k = key(10);
+  auto r = lltest::run_child("shmem_too_big", {std::to_string(k)});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_NE(r.err.find("failed to create shmem object " + nt_name(k) + ": "), std::string::npos) << r.err;
+}
+#endif
+
+#ifdef _WIN32
+// The allowing entries of the object's DACL: (identifier, mask) pairs.
+std::vector<std::pair<std::vector<BYTE>, DWORD>> dacl_of(HANDLE h) {
+  std::vector<std::pair<std::vector<BYTE>, DWORD>> out;
+  PACL dacl = nullptr;
+  PSECURITY_DESCRIPTOR sd = nullptr;
+  if (GetSecurityInfo(h, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl, nullptr, &sd) !=
+      ERROR_SUCCESS)
+    return out;
+  for (DWORD i = 0; dacl && i < dacl->AceCount; ++i) {
+    void *ace = nullptr;
+    if (!GetAce(dacl, i, &ace) || static_cast<ACE_HEADER *>(ace)->AceType != ACCESS_ALLOWED_ACE_TYPE) continue;
+    auto *allow = static_cast<ACCESS_ALLOWED_ACE *>(ace);
+    auto *sid = reinterpret_cast<BYTE *>(&allow->SidStart);
+    out.emplace_back(std::vector<BYTE>(sid, sid + GetLengthSid(sid)), allow->Mask);
+  }
+  LocalFree(sd);
+  return out;
+}
+
+DWORD granted(const std::vector<std::pair<std::vector<BYTE>, DWORD>> &dacl, WELL_KNOWN_SID_TYPE who) {
+  BYTE sid[SECURITY_MAX_SID_SIZE];
+  DWORD n = sizeof sid, mask = 0;
+  if (!CreateWellKnownSid(who, nullptr, sid, &n)) return 0;
+  for (const auto &e : dacl)
+    if (EqualSid(const_cast<BYTE *>(e.first.data()), sid)) mask |= e.second;
+  return mask;
+}
+
+// A new object's DACL names exactly the calling user and the system; a grant
+// adds the user's entry with the mask asked for.
+TEST(ShmemWindows, ExplicitDacl) {
+  shmem_obj *o = nullptr;
+  ASSERT_EQ(shmem_create(key(9), kSize, 0, SHMEM_NT, &o), nullptr);
+  auto dacl = dacl_of(o->mapping);
+  EXPECT_EQ(dacl.size(), 2u);
+  EXPECT_NE(granted(dacl, WinLocalSystemSid), 0u);
+  EXPECT_EQ(granted(dacl, WinWorldSid), 0u);
+  ASSERT_EQ(shmem_secure(&o, SHMEM_ACCESS_READ, "Everyone", nullptr), nullptr);
+  const DWORD world = granted(dacl_of(o->mapping), WinWorldSid);
+  EXPECT_EQ(world & SHMEM_ACCESS_READ, SHMEM_ACCESS_READ);
+  EXPECT_EQ(world & SHMEM_ACCESS_WRITE, 0u);
+  o->ops->release(&o);
+}
 #endif
 
 }  // namespace

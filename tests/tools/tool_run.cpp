@@ -12,7 +12,7 @@ namespace tooltest {
 
 static fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.end())); }
 
-static std::string tool_path() {
+std::string tool_path() {
   fs::path p = u8(lltest::self_path()).parent_path() / (lltest::kWindows ? "llocal.exe" : "llocal");
   auto s = p.u8string();
   return std::string(s.begin(), s.end());

@@ -14,6 +14,9 @@ using Result = lltest::ChildResult;
 // empty).
 Result run(const std::vector<std::string> &args, const std::string &input = "", const std::string &cwd = "");
 
+// Path of the built llocal.
+std::string tool_path();
+
 // Whole-file read (binary).
 std::string read_file(const std::string &path);
 bool file_exists(const std::string &path);

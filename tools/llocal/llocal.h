@@ -155,5 +155,10 @@ int cmd_untag(int argc, char **argv);
 int cmd_split(int argc, char **argv);
 int cmd_join(int argc, char **argv);
 int cmd_tour(int argc, char **argv);
+int cmd_serve(int argc, char **argv);
+int cmd_save(int argc, char **argv);
+int cmd_restore(int argc, char **argv);
+int cmd_list(int argc, char **argv);
+int cmd_stop(int argc, char **argv);
 
 }  // namespace llocal

@@ -89,6 +89,29 @@ const std::vector<Command> &commands() {
        "Prints one command line that splits back into the given words.\n"
        "  -u  for a POSIX shell    -w  for the Windows C runtime\n"
        "      (default: the system's own)\n"},
+      {"serve", cmd_serve, 115,
+       "usage: llocal serve --store DIR [--listen ADDR:PORT] [--port-file FILE]\n"
+       "       llocal serve -ADD|-REM [--store DIR ...]\n"
+       "Keeps saves in DIR and serves save, restore and list clients on ADDR:PORT\n"
+       "(default 127.0.0.1:7440; port 0 takes a free port, written to FILE).\n"
+       "Each connection is served by a child process. Ends cleanly on llocal stop,\n"
+       "the service manager's stop or Ctrl-C. -ADD installs the server as a\n"
+       "service that runs with the words after it; -REM removes the service.\n"},
+      {"save", cmd_save, 116,
+       "usage: llocal save ADDR:PORT PATH...\n"
+       "Saves the trees at PATH on the server and prints the save's identifier.\n"
+       "Exit status 1 when some files could not be read (named on standard\n"
+       "error; the save still completes), 2 when the save itself failed.\n"},
+      {"restore", cmd_restore, 117,
+       "usage: llocal restore ADDR:PORT ID DIR\n"
+       "Brings the save ID back into DIR, every block and file checked before a\n"
+       "file is put in place.\n"},
+      {"list", cmd_list, 118,
+       "usage: llocal list ADDR:PORT\n"
+       "Lists the server's saves: identifier, time, files and bytes.\n"},
+      {"stop", cmd_stop, 119,
+       "usage: llocal stop PID\n"
+       "Tells the process PID (a save server) to stop cleanly.\n"},
   };
   return table;
 }

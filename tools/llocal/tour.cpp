@@ -47,6 +47,111 @@ class Tour {
   int number_ = 0, failed_ = 0;
 };
 
+
+// The tour's scratch folder, below the system's temporary folder.
+std::string scratch_dir() {
+  const char *base = qzgetenv("TMPDIR");
+  if (!base || !*base) base = qzgetenv("TEMP");
+  if (!base || !*base) base = qzgetenv("TMP");
+#ifdef _WIN32
+  std::string t = std::string(base && *base ? base : ".") + "\\llocal-tour-XXXXXX";
+#else
+  std::string t = std::string(base && *base ? base : "/tmp") + "/llocal-tour-XXXXXX";
+#endif
+  return mkdtemp(t.data()) ? t : std::string();
+}
+
+std::string slurp(const std::string &path) {
+  std::string data;
+  if (std::FILE *f = qzfopen(path.c_str(), "rb")) {
+    char buf[65536];
+    for (size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) data.append(buf, n);
+    qzfclose(f);
+  }
+  return data;
+}
+
+bool spill(const std::string &path, const std::string &data) {
+  std::FILE *f = qzfopen(path.c_str(), "wb");
+  if (!f) return false;
+  bool ok = std::fwrite(data.data(), 1, data.size(), f) == data.size();
+  return qzfclose(f) == 0 && ok;
+}
+
+// The save round trip: a server child on a free loopback port, a save of a
+// small tree read back through a command stream, a restore, a comparison,
+// and the server stopped through its kill event.
+bool round_trip(Tour &t) {
+  std::string dir = scratch_dir();
+  if (dir.empty()) return false;
+  const char sep = dir.find('\\') != std::string::npos ? '\\' : '/';
+  const std::string tree = dir + sep + "sample", store = dir + sep + "store", back = dir + sep + "back",
+                    port_file = dir + sep + "port";
+  std::string big;
+  for (int i = 0; i < 20000; ++i) big += kSample + (i % 40);
+  const std::pair<std::string, std::string> files[] = {
+      {"journal.txt", kSample}, {"caf\xc3\xa9.txt", "cr\xc3\xa8me\n"}, {"empty", ""}, {"week.log", big}};
+  bool ok = qz_mkdirs((tree + sep + "sub").c_str(), 0755) == 0;
+  for (const auto &f : files) ok = ok && spill(tree + sep + "sub" + sep + f.first, f.second);
+  char *server_argv[] = {const_cast<char *>("llocal"), const_cast<char *>("serve"), const_cast<char *>("--store"),
+                         store.data() ? const_cast<char *>(store.c_str()) : nullptr, const_cast<char *>("--listen"),
+                         const_cast<char *>("127.0.0.1:0"), const_cast<char *>("--port-file"),
+                         const_cast<char *>(port_file.c_str()), nullptr};
+#ifdef _WIN32
+  std::FILE *null_dev = qzfopen("NUL", "w");
+#else
+  std::FILE *null_dev = qzfopen("/dev/null", "w");
+#endif
+  int quiet[3] = {-1, null_dev ? fileno(null_dev) : -1, -1};
+  int server = ok ? spawn(0, server_argv, nullptr, quiet, nullptr) : -1;
+  if (null_dev) qzfclose(null_dev);
+  std::string port;
+  for (int i = 0; server > 0 && i < 250 && port.empty(); ++i) {
+    port = slurp(port_file);
+    if (port.empty()) delay(20);
+  }
+  while (!port.empty() && (port.back() == '\n' || port.back() == '\r')) port.pop_back();
+  ok = ok && server > 0 && !port.empty();
+  std::string id;
+  if (ok) {
+    t.linef(msg(229, "server started, pid %d, port %s"), server, port.c_str());
+    std::string command = "llocal save 127.0.0.1:" + port + " \"" + tree + "\"";
+    char exe[4096];
+    if (const char *self = execpath("llocal", exe, sizeof exe)) command = "\"" + std::string(self) + "\"" + command.substr(6);
+    if (std::FILE *p = popen(command.c_str(), "r")) {
+      char line[256] = "";
+      if (std::fgets(line, sizeof line, p)) id = line;
+      ok = pclose(p) == 0;
+    } else {
+      ok = false;
+    }
+    while (!id.empty() && (id.back() == '\n' || id.back() == '\r')) id.pop_back();
+    ok = ok && !id.empty();
+  }
+  if (ok) {
+    t.linef(msg(230, "saved as %s"), id.c_str());
+    const std::string where = "127.0.0.1:" + port;
+    char *restore_argv[] = {const_cast<char *>("llocal"), const_cast<char *>("restore"),
+                            const_cast<char *>(where.c_str()), const_cast<char *>(id.c_str()),
+                            const_cast<char *>(back.c_str()), nullptr};
+    ok = spawn(QZ_SPAWN_WAIT, restore_argv, nullptr, nullptr, nullptr) > 0;  // -1: it failed
+    int same = 0;
+    for (const auto &f : files)
+      same += ok && slurp(back + sep + "sample" + sep + "sub" + sep + f.first) == f.second;
+    t.linef(msg(231, "restored %d of %d files byte for byte"), same, static_cast<int>(std::size(files)));
+    ok = ok && same == static_cast<int>(std::size(files));
+  }
+  if (server > 0) {
+    kill(server, 15);
+    int status = -1;
+    waitchild(server, &status, 0);
+    t.linef(msg(232, "server stopped, exit code %d"), QZ_WEXITCODE(status));
+    ok = ok && status == 0;
+  }
+  qz_rmtree(dir.c_str());
+  return ok;
+}
+
 }  // namespace
 
 int cmd_tour(int argc, char **argv) {
@@ -160,6 +265,11 @@ int cmd_tour(int argc, char **argv) {
     t.step(msg(226, "the time, localised"));
     char buf[QZ_TIMETEXT_SIZE];
     t.linef(msg(227, "now: %s"), i18n_long_time(qz_time(nullptr), buf));
+  }
+
+  {
+    t.step(msg(228, "a save round trip over loopback"));
+    if (!round_trip(t)) t.fail();
   }
 
   return t.summary();

@@ -3,6 +3,7 @@
 #include "cluster/native.h"
 
 namespace ll::cluster::native {
+void set_library(const char *) noexcept {}
 bool load() noexcept { return false; }
 bool present() noexcept { return false; }
 std::vector<Group> groups() noexcept { return {}; }

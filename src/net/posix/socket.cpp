@@ -36,16 +36,17 @@ static_assert(std::is_same_v<qz_socklen_t, socklen_t>, "qz_socklen_t must be soc
 
 namespace ll::net {
 
+// A value that is no open descriptor is "not a socket", as Windows reports it.
 int fail() noexcept {
-  errno = socket_errno(errno);
+  errno = errno == EBADF ? QZ_ENOTSOCK : socket_errno(errno);
   return -1;
 }
 
 namespace {
 
 int fail_with(int e) noexcept {
-  errno = socket_errno(e);
-  return -1;
+  errno = e;
+  return fail();
 }
 
 // ---- wake-up descriptors, one per cancel generation ----
@@ -59,15 +60,6 @@ struct Waker {
 
 std::mutex g_wake_mu;
 Waker *g_waker = nullptr;
-
-void retire_locked(Waker *w) noexcept {
-  if (w->refs == 0) {
-    if (w->fd >= 0) ::close(w->fd);
-    delete w;
-  } else {
-    w->retired = true;
-  }
-}
 
 // The waker of the current generation, held until release().
 Waker *acquire() noexcept {
@@ -128,6 +120,7 @@ int wait_one(int s, short events, const Held &h) noexcept {
 struct Borrowed {
   int users;
   bool blocking_after;  // the mode to restore when the last user leaves
+  bool closed = false;  // closed under its users: the number may be reused
 };
 std::mutex g_mode_mu;
 std::unordered_map<int, Borrowed> g_borrowed;
@@ -140,6 +133,13 @@ bool borrow(int s, bool *failed) noexcept {
   std::lock_guard<std::mutex> lock(g_mode_mu);
   auto it = g_borrowed.find(s);
   if (it != g_borrowed.end()) {
+    if (it->second.closed) {
+      // A new descriptor with the number of one closed under a waiting call.
+      *failed = true;
+      errno = EBADF;
+      fail();
+      return false;
+    }
     if (!it->second.blocking_after) return false;
     ++it->second.users;
     return true;
@@ -167,10 +167,10 @@ void give_back(int s) noexcept {
   std::lock_guard<std::mutex> lock(g_mode_mu);
   auto it = g_borrowed.find(s);
   if (it != g_borrowed.end() && --it->second.users == 0) {
-    bool blocking = it->second.blocking_after;
+    bool restore = it->second.blocking_after && !it->second.closed;
     g_borrowed.erase(it);
-    int fl = ::fcntl(s, F_GETFL);
-    if (fl >= 0 && blocking) ::fcntl(s, F_SETFL, fl & ~O_NONBLOCK);
+    int fl = restore ? ::fcntl(s, F_GETFL) : -1;
+    if (fl >= 0) ::fcntl(s, F_SETFL, fl & ~O_NONBLOCK);
   }
   errno = saved;
 }
@@ -186,17 +186,23 @@ void load() noexcept {}
 void cancel() noexcept {
   static std::once_flag once;
   std::call_once(once, [] { pthread_atfork(fork_prepare, fork_parent, fork_child); });
-  std::lock_guard<std::mutex> lock(g_wake_mu);
-  g_generation.fetch_add(1, std::memory_order_acq_rel);
-  if (Waker *w = g_waker) {
+  Waker *w;
+  {
+    std::lock_guard<std::mutex> lock(g_wake_mu);
+    g_generation.fetch_add(1, std::memory_order_acq_rel);
+    w = g_waker;
+    if (!w) return;
     g_waker = nullptr;
-    if (w->fd >= 0) {
-      uint64_t one = 1;
-      ssize_t n = ::write(w->fd, &one, sizeof one);
-      (void)n;
-    }
-    retire_locked(w);
+    w->retired = true;
+    ++w->refs;  // ours until the wake-up is written
   }
+  // Written outside the lock: the woken calls take it on their way out.
+  if (w->fd >= 0) {
+    uint64_t one = 1;
+    ssize_t n = ::write(w->fd, &one, sizeof one);
+    (void)n;
+  }
+  release(w);
 }
 
 qz_socket_t socket(int af, int type, int protocol) noexcept {
@@ -309,7 +315,19 @@ int select(qz_fd_set *rs, qz_fd_set *ws, qz_fd_set *es, const timeval *timeout) 
   return ready;
 }
 
-int close(qz_socket_t s) noexcept { return ::close(s) < 0 ? fail() : 0; }
+int close(qz_socket_t s) noexcept {
+  {
+    // Calls of other threads blocked on this socket are woken (shut down,
+    // they fail) rather than left waiting on a descriptor that is gone.
+    std::lock_guard<std::mutex> lock(g_mode_mu);
+    auto it = g_borrowed.find(s);
+    if (it != g_borrowed.end() && !it->second.closed) {
+      it->second.closed = true;
+      ::shutdown(s, SHUT_RDWR);
+    }
+  }
+  return ::close(s) < 0 ? fail() : 0;
+}
 
 int bind(qz_socket_t s, const sockaddr *name, qz_socklen_t len) noexcept {
   return ::bind(s, name, len) < 0 ? fail() : 0;

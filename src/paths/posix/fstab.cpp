@@ -73,11 +73,14 @@ constexpr const char *kPlatformNonLocal[] = {
 
 }  // namespace
 
-int build(Table &t) noexcept {
+bool build(Table &t) noexcept {
   std::string text;
-  if (const int e = read_table(text)) return e;
-  table_from_mountinfo(text, t);
-  return 0;
+  if (const int e = read_table(text)) {
+    errno = e;
+    return false;
+  }
+  table_from_mountinfo(t.keep(std::move(text)), t);
+  return true;
 }
 
 bool platform_nonlocal_type(const char *type) noexcept {

@@ -16,6 +16,7 @@
 #include <string>
 
 #include "frame/areas.h"
+#include "frame/optional.h"
 #include "paths/win32/wpaths.h"
 
 #include <winnetwk.h>

@@ -1,10 +1,13 @@
 // The event log on POSIX: the system log, written as datagrams to its local
 // socket in the traditional local form
 //   "<priority>Mmm dd hh:mm:ss identity[pid]: [category n, type] text".
-// The socket is connected once and kept (close-on-exec); nothing here ever
-// waits for the listener: a missing, full or broken log drops the event.
+// The socket is connected once and kept (close-on-exec). A missing or broken
+// log drops the event at once; a listener whose queue is full gets at most a
+// short bounded wait, and none while it stays full.
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -24,28 +27,41 @@ namespace {
 
 constexpr const char *kDefaultSocket = "/dev/log";
 constexpr int kFacilityUser = 1 << 3;
+// Longest wait for room in a full listener's queue (or its backlog).
+constexpr int kRoomWaitMs = 50;
 
 struct Log {
   std::mutex lock;
   std::string path = kDefaultSocket;
   int fd = -1;
   bool stream = false;   // the listener takes a stream: messages end with a NUL
+  bool stalled = false;  // the listener's queue stayed full: no more waiting
   time_t stamp_time = -1;
   char stamp[24] = {};   // "Mmm dd hh:mm:ss" of stamp_time
 };
 
 Log &log() {
-  static Log *l = new Log;  // never destroyed: usable until the very end
+  // Never destroyed: usable until the very end. A fork waits for an event
+  // being written, so that the child never inherits the lock held.
+  static Log *l = [] {
+    auto *made = new Log;
+    ::pthread_atfork([] { log().lock.lock(); }, [] { log().lock.unlock(); }, [] { log().lock.unlock(); });
+    return made;
+  }();
   return *l;
 }
 
 void close_locked(Log &l) {
   if (l.fd >= 0) ::close(l.fd);
   l.fd = -1;
+  l.stalled = false;
 }
 
 int open_socket(int type) {
-  return ::socket(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  const int fd = ::socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+  const timeval limit{0, kRoomWaitMs * 1000};
+  if (fd >= 0) ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  return fd;
 }
 
 bool connect_locked(Log &l) {
@@ -56,7 +72,6 @@ bool connect_locked(Log &l) {
   for (int type : {SOCK_DGRAM, SOCK_STREAM}) {
     int fd = open_socket(type);
     if (fd < 0) return false;
-    // a non-blocking stream connect that is still under way counts as failed
     if (::connect(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa) == 0) {
       l.fd = fd;
       l.stream = type == SOCK_STREAM;
@@ -70,12 +85,22 @@ bool connect_locked(Log &l) {
 }
 
 // One send of the whole message; false when it did not go (the socket is
-// then closed, so that the next event connects again).
+// then closed, so that the next event connects again). A listener whose queue
+// is full gets a short wait for room (the socket's send time-out); one that
+// stays full is taken as stalled, and later events do not wait for it until
+// it takes one again.
 bool send_locked(Log &l, const char *msg, size_t len) {
-  const ssize_t r = ::send(l.fd, msg, len, MSG_NOSIGNAL | MSG_DONTWAIT);
-  if (r == static_cast<ssize_t>(len)) return true;
+  const ssize_t r = ::send(l.fd, msg, len, MSG_NOSIGNAL | (l.stalled ? MSG_DONTWAIT : 0));
+  if (r == static_cast<ssize_t>(len)) {
+    l.stalled = false;
+    return true;
+  }
+  if (r < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && !l.stream) {
+    l.stalled = true;
+    return false;
+  }
   // a stream that took part of a message is out of step: start over
-  if (r >= 0 || l.stream || errno != EAGAIN) close_locked(l);
+  close_locked(l);
   return false;
 }
 

@@ -5,17 +5,19 @@
 #include "proc/shmem_os.h"
 
 #include <fcntl.h>
-#include <pwd.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
-#include <vector>
 
+#include <liblocal/security.h>
 #include <liblocal/shmem.h>
 
 namespace ll::shm_os {
@@ -50,27 +52,20 @@ bool adoptable(const struct stat &st) noexcept {
          st.st_nlink == 1;
 }
 
-bool user_id(const char *user, uid_t &uid) noexcept {
-  if (!user) {
-    uid = geteuid();
-    return true;
-  }
-  long n = sysconf(_SC_GETPW_R_SIZE_MAX);
-  std::vector<char> buf(n > 0 ? static_cast<size_t>(n) : 16384);
-  passwd pw{};
-  passwd *res = nullptr;
-  int r;
-  while ((r = getpwnam_r(user, &pw, buf.data(), buf.size(), &res)) == ERANGE && buf.size() < (1u << 20))
-    buf.resize(buf.size() * 2);
-  if (r != 0 || !res) {
-    errno = r ? r : EINVAL;
-    return false;
-  }
-  uid = pw.pw_uid;
-  return true;
-}
+std::atomic<uint32_t> g_pid{0};
+void forget_pid() { g_pid.store(0, std::memory_order_relaxed); }
 
 }  // namespace
+
+uint32_t process() noexcept {
+  uint32_t p = g_pid.load(std::memory_order_relaxed);
+  if (p) return p;
+  static std::once_flag once;
+  std::call_once(once, [] { pthread_atfork(nullptr, nullptr, forget_pid); });
+  p = static_cast<uint32_t>(getpid());
+  g_pid.store(p, std::memory_order_relaxed);
+  return p;
+}
 
 const char *name_prefix() noexcept { return "Global\\"; }
 
@@ -95,16 +90,20 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
   }
   if (fd < 0) return false;
 
-  struct stat st {};
-  bool ok = fstat(fd, &st) == 0;
-  if (ok && existed && !adoptable(st)) {
-    errno = EACCES;
-    ok = false;
+  bool ok = true;
+  if (existed) {
+    // Adopted: back to owner-only, at least as large as asked.
+    struct stat st {};
+    ok = fstat(fd, &st) == 0;
+    if (ok && !adoptable(st)) {
+      errno = EACCES;
+      ok = false;
+    }
+    ok = ok && fchmod(fd, kOwnerOnly) == 0;
+    if (ok && static_cast<uint64_t>(st.st_size) < size) ok = ftruncate(fd, static_cast<off_t>(size)) == 0;
   }
-  // The mode asked for at creation passed through the umask; an adopted one
-  // goes back to owner-only.
-  ok = ok && fchmod(fd, kOwnerOnly) == 0;
-  if (ok && static_cast<uint64_t>(st.st_size) < size) ok = ftruncate(fd, static_cast<off_t>(size)) == 0;
+  // Reserving the pages also sets a fresh object's size (a fresh object's
+  // mode is owner-only less what the umask takes away).
   ok = ok && reserve(fd, static_cast<off_t>(size));
   void *p = MAP_FAILED;
   if (ok) {
@@ -157,20 +156,17 @@ void close(const char *name, uint32_t size, Mapping &m, bool remove_name) noexce
   errno = e;
 }
 
-bool grant(void *handle, const char *, uint32_t mask, const char *user, const char *) noexcept {
-  const int fd = fd_of(handle);
-  constexpr uint32_t kWrite = SHMEM_ACCESS_WRITE | 0x40000000u | 0x10000000u;  // map write, generic write / all
-  constexpr uint32_t kRead = SHMEM_ACCESS_READ | 0x80000000u;                  // map read, generic read
+// Section rights and generic rights alike: any write right grants read and
+// write, a read right read only.
+bool grant(void *handle, const char *, uint32_t mask, const void *sid) noexcept {
+  constexpr uint32_t kWrite = SHMEM_ACCESS_WRITE | QZ_ACCESS_WRITE | QZ_ACCESS_ALL;
+  constexpr uint32_t kRead = SHMEM_ACCESS_READ | QZ_ACCESS_READ;
   if (!(mask & (kWrite | kRead))) {
     errno = EINVAL;
     return false;
   }
-  uid_t uid;
-  if (!user_id(user, uid)) return false;
-  struct stat st {};
-  if (fstat(fd, &st) != 0) return false;
-  if (st.st_uid != uid && fchown(fd, uid, static_cast<gid_t>(-1)) != 0) return false;
-  return fchmod(fd, (mask & kWrite) ? kOwnerOnly : S_IRUSR) == 0;
+  const uint32_t access = (mask & kWrite) ? QZ_ACCESS_READ | QZ_ACCESS_WRITE : QZ_ACCESS_READ;
+  return qz_change_handle_dacl(static_cast<intptr_t>(fd_of(handle)), sid, access) == 0;
 }
 
 }  // namespace ll::shm_os

@@ -1,6 +1,6 @@
 // Shared-memory objects on Windows: file mappings backed by the paging file.
 // On the NT kind a new object gets an explicit DACL (the calling user and the
-// system, nobody else) with the calling user as owner; an existing object is
+// system, nobody else); an existing object is
 // used only when its owner is the calling user (or the token's default owner,
 // which is what the system gives objects an administrator creates).
 #include "proc/shmem_os.h"
@@ -15,6 +15,7 @@
 #include "frame/syserr.h"
 #include "frame/win32/win.h"
 #include <liblocal/osver.h>
+#include <liblocal/security.h>
 
 namespace ll::shm_os {
 namespace {
@@ -27,8 +28,8 @@ bool fail(DWORD code) noexcept {
   return false;
 }
 
-// A token information block (TOKEN_USER, TOKEN_OWNER) of this process, in
-// malloc memory; null on failure (last error set).
+// A token information block (TOKEN_OWNER) of this process, in malloc
+// memory; null on failure.
 void *token_info(TOKEN_INFORMATION_CLASS cls) noexcept {
   HANDLE tok = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &tok)) return nullptr;
@@ -39,37 +40,26 @@ void *token_info(TOKEN_INFORMATION_CLASS cls) noexcept {
     std::free(p);
     p = nullptr;
   }
-  const DWORD e = GetLastError();
   CloseHandle(tok);
-  SetLastError(e);
   return p;
 }
 
-// The descriptor of a new object: owner and full access for the caller, full
-// access for the system, nothing for anyone else.
+// The descriptor of a new object: full access to the section for the caller
+// and the system, nothing for anyone else.
 struct OwnerOnly {
-  void *user = nullptr;  // TOKEN_USER
-  BYTE system[SECURITY_MAX_SID_SIZE];
-  alignas(DWORD) BYTE acl[512];
-  SECURITY_DESCRIPTOR sd;
+  unsigned char me[QZ_SID_MAX];
+  unsigned char system[QZ_SID_MAX];
+  alignas(8) unsigned char sd[QZ_SD_SIZE];
   SECURITY_ATTRIBUTES sa;
 
-  ~OwnerOnly() { std::free(user); }
+  // false with errno set
   bool build() noexcept {
-    user = token_info(TokenUser);
-    if (!user) return false;
-    PSID me = static_cast<TOKEN_USER *>(user)->User.Sid;
-    DWORD n = sizeof system;
-    auto *dacl = reinterpret_cast<PACL>(acl);
-    if (!CreateWellKnownSid(WinLocalSystemSid, nullptr, system, &n) ||
-        !InitializeAcl(dacl, sizeof acl, ACL_REVISION) ||
-        !AddAccessAllowedAce(dacl, ACL_REVISION, SECTION_ALL_ACCESS, me) ||
-        !AddAccessAllowedAce(dacl, ACL_REVISION, SECTION_ALL_ACCESS, system) ||
-        !InitializeSecurityDescriptor(&sd, SECURITY_DESCRIPTOR_REVISION) ||
-        !SetSecurityDescriptorDacl(&sd, TRUE, dacl, FALSE) || !SetSecurityDescriptorOwner(&sd, me, FALSE))
+    if (get_my_sid(me, sizeof me) < 0 || qz_sid_from_text("S-1-5-18", system, sizeof system) < 0 ||
+        qz_sd_init(sd, sizeof sd) < 0 || insert_sid_to_sd(sd, sizeof sd, me, SECTION_ALL_ACCESS) < 0 ||
+        insert_sid_to_sd(sd, sizeof sd, system, SECTION_ALL_ACCESS) < 0)
       return false;
     sa.nLength = sizeof sa;
-    sa.lpSecurityDescriptor = &sd;
+    sa.lpSecurityDescriptor = sd;
     sa.bInheritHandle = FALSE;
     return true;
   }
@@ -95,20 +85,22 @@ bool owned_by_caller(HANDLE h, PSID me) noexcept {
 
 }  // namespace
 
+uint32_t process() noexcept { return GetCurrentProcessId(); }
+
 const char *name_prefix() noexcept { return Win32OSMajorVersionNumber() >= 5 ? "Global\\" : ""; }
 
 bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept {
   HANDLE h;
   OwnerOnly desc;
   if (nt_class()) {
-    if (!desc.build()) return fail(GetLastError());
+    if (!desc.build()) return false;
     h = CreateFileMappingW(INVALID_HANDLE_VALUE, &desc.sa, PAGE_READWRITE, 0, size, win::widen(name).c_str());
   } else {
     h = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, size, name);
   }
   if (!h) return fail(GetLastError());
   existed = GetLastError() == ERROR_ALREADY_EXISTS;
-  if (existed && nt_class() && !owned_by_caller(h, static_cast<TOKEN_USER *>(desc.user)->User.Sid)) {
+  if (existed && nt_class() && !owned_by_caller(h, desc.me)) {
     CloseHandle(h);
     return fail(ERROR_ACCESS_DENIED);
   }
@@ -146,8 +138,9 @@ void close(const char *, uint32_t, Mapping &m, bool) noexcept {
   errno = e;
 }
 
-bool grant(void *, const char *, uint32_t, const char *, const char *) noexcept {
-  return fail(ERROR_CALL_NOT_IMPLEMENTED);
+bool grant(void *, const char *name, uint32_t mask, const void *sid) noexcept {
+  if (!nt_class()) return true;  // objects there have no security
+  return change_object_dacl(name, sid, mask) == 0;
 }
 
 }  // namespace ll::shm_os

@@ -1,0 +1,606 @@
+// llocal save / restore / list: the clients of the save server.
+//
+// save walks each PATH with the library's walker (sorted, links and special
+// files left out, other file systems entered only when they are local save
+// sets), and sends every directory and file as entry frames, a file's bytes
+// as compressed blocks with their CRC, and its SHA-1 at its end. restore
+// checks every block's CRC and every file's SHA-1 before the file is renamed
+// into place; list prints the saves the server keeps.
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "llocal.h"
+#include "netio.h"
+#include "proto.h"
+#include "store.h"
+
+namespace llocal {
+
+namespace {
+
+using proto::Frame;
+using proto::Reader;
+using proto::Writer;
+
+char native_sep() {
+#ifdef _WIN32
+  return '\\';
+#else
+  return '/';
+#endif
+}
+
+// ---------------------------------------------------------------- progress
+
+class Meter {
+ public:
+  Meter() : active_(is_terminal(stderr)), start_(clock_ms()) {}
+  ~Meter() { done(); }
+  void add(uint64_t files, uint64_t bytes) {
+    files_ += files;
+    bytes_ += bytes;
+    if (!active_) return;
+    long long now = clock_ms();
+    if (now - last_ < 250) return;
+    last_ = now;
+    double secs = (now - start_) / 1000.0;
+    std::fprintf(stderr, "\r%llu files, %.1f MB, %.1f MB/s   ", static_cast<unsigned long long>(files_),
+                 bytes_ / 1e6, secs > 0 ? bytes_ / 1e6 / secs : 0.0);
+    drawn_ = true;
+  }
+  void done() {
+    if (drawn_) std::fprintf(stderr, "\r%60s\r", "");
+    drawn_ = false;
+  }
+
+ private:
+  static long long clock_ms() { return static_cast<long long>(std::clock()) * 1000 / CLOCKS_PER_SEC; }
+  bool active_, drawn_ = false;
+  long long start_, last_ = 0;
+  uint64_t files_ = 0, bytes_ = 0;
+};
+
+// ---------------------------------------------------------------- connecting
+
+bool open_session(const std::string &where, uint8_t op, const qzui *id, std::unique_ptr<net::Conn> &conn) {
+  net::Address addr;
+  std::string why;
+  if (!net::parse_address(where, addr, why)) {
+    error("%s\n", why.c_str());
+    return false;
+  }
+  qz_socket_t s = net::connect_to(addr, why);
+  if (s == QZ_INVALID_SOCKET) {
+    error("%s: %s\n", where.c_str(), why.c_str());
+    return false;
+  }
+  conn = std::make_unique<net::Conn>(s);
+  Writer w;
+  w.bytes("LLSV", 4);
+  w.u32(proto::kVersion);
+  w.u8(op);
+  if (id) w.bytes(id->b, 20);
+  Frame f;
+  if (!conn->send(proto::kHello, w) || !conn->recv(f, why)) {
+    error("%s: %s\n", where.c_str(), why.empty() ? "connection ended" : why.c_str());
+    return false;
+  }
+  if (f.type == proto::kError) {
+    Reader r(f.payload.data(), f.payload.size());
+    uint32_t code = 0;
+    size_t n = 0;
+    r.u32(code);
+    const unsigned char *text = r.rest(n);
+    error("%s: the server refused: %.*s\n", where.c_str(), static_cast<int>(n), reinterpret_cast<const char *>(text));
+    return false;
+  }
+  return f.type == proto::kOk;
+}
+
+// The text of an error frame.
+std::string error_text(const Frame &f) {
+  Reader r(f.payload.data(), f.payload.size());
+  uint32_t code = 0;
+  size_t n = 0;
+  r.u32(code);
+  const unsigned char *text = r.rest(n);
+  return std::string(reinterpret_cast<const char *>(text), n);
+}
+
+std::string id_text(const qzui &id) {
+  char buf[64];
+  const char *t = qzui_to_string(&id, buf, 1);
+  return t ? t : store::hex_of(id);
+}
+
+
+// ---------------------------------------------------------------- sending
+
+// Frames go out in the order they were made; blocks are compressed (and
+// their CRC taken) by worker threads meanwhile, at most kDepth in flight.
+class Sender {
+ public:
+  explicit Sender(net::Conn &c) : c_(c) {
+    qz_mtx_create(&m_);
+    qz_cond_create(&work_);
+    qz_cond_create(&done_);
+    int n = get_num_processors();
+    workers_ = n < 1 ? 1 : n > 4 ? 4 : n;
+    for (int i = 0; i < workers_; ++i) {
+      qz_thr_t *t = nullptr;
+      if (qz_thr_create(&t, run, this)) threads_.push_back(t);
+    }
+  }
+  ~Sender() {
+    qz_mtx_lock(m_);
+    stop_ = true;
+    qz_mtx_unlock(m_);
+    for (size_t i = 0; i < threads_.size(); ++i) qz_cond_signal(work_);
+    for (qz_thr_t *t : threads_) {
+      // A worker waiting for work sees the stop; wake each until all are gone.
+      int nowait = 0;
+      while (true) {
+        qz_cond_signal(work_);
+        nowait = 1;
+        qz_thr_wait(t, nullptr, &nowait);
+        if (nowait) break;
+        delay(1);
+      }
+      qz_thr_destroy(t);
+    }
+    qz_cond_destroy(work_);
+    qz_cond_destroy(done_);
+    qz_mtx_destroy(m_);
+    for (Job *j : order_) delete j;
+    for (Job *j : spare_) delete j;
+  }
+  Sender(const Sender &) = delete;
+  Sender &operator=(const Sender &) = delete;
+
+  // A buffer of kMaxBlock bytes to read a block into; hand it to block().
+  std::vector<unsigned char> &buffer() {
+    if (!next_) next_ = take_job();
+    return next_->in;
+  }
+  bool block(uint32_t n) {
+    Job *j = next_;
+    next_ = nullptr;
+    j->n = n;
+    j->ready = false;
+    qz_mtx_lock(m_);
+    order_.push_back(j);
+    todo_.push_back(j);
+    qz_mtx_unlock(m_);
+    qz_cond_signal(work_);
+    return drain(kDepth);
+  }
+  bool frame(uint8_t type, const void *payload, size_t len) {
+    Job *j = take_job();
+    proto::build(type, payload, len, j->out);
+    j->ready = true;
+    qz_mtx_lock(m_);
+    order_.push_back(j);
+    qz_mtx_unlock(m_);
+    return drain(kDepth);
+  }
+  // Sends everything made so far.
+  bool flush() { return drain(0); }
+
+ private:
+  static constexpr size_t kDepth = 16;
+  struct Job {
+    std::vector<unsigned char> in = std::vector<unsigned char>(proto::kMaxBlock);
+    std::vector<unsigned char> out;
+    uint32_t n = 0;
+    bool ready = false;
+  };
+
+  Job *take_job() {
+    qz_mtx_lock(m_);
+    Job *j = nullptr;
+    if (!spare_.empty()) {
+      j = spare_.back();
+      spare_.pop_back();
+    }
+    qz_mtx_unlock(m_);
+    return j ? j : new Job;
+  }
+
+  // Sends finished frames from the head until at most 'keep' remain.
+  bool drain(size_t keep) {
+    for (;;) {
+      qz_mtx_lock(m_);
+      while (!order_.empty() && !order_.front()->ready && order_.size() > keep) qz_cond_wait(done_, m_);
+      Job *j = !order_.empty() && order_.front()->ready ? order_.front() : nullptr;
+      if (j) order_.pop_front();
+      qz_mtx_unlock(m_);
+      if (!j) return ok_;
+      if (ok_) ok_ = c_.send_raw(j->out.data(), j->out.size());
+      qz_mtx_lock(m_);
+      spare_.push_back(j);
+      qz_mtx_unlock(m_);
+    }
+  }
+
+  static void *run(void *arg) {
+    Sender *s = static_cast<Sender *>(arg);
+    Writer w;
+    for (;;) {
+      qz_mtx_lock(s->m_);
+      while (s->todo_.empty() && !s->stop_) qz_cond_wait(s->work_, s->m_);
+      if (s->todo_.empty()) {
+        qz_mtx_unlock(s->m_);
+        break;
+      }
+      Job *j = s->todo_.front();
+      s->todo_.pop_front();
+      qz_mtx_unlock(s->m_);
+      w.b.clear();
+      proto::make_block(j->in.data(), j->n, w);
+      proto::build(proto::kBlock, w.b.data(), w.b.size(), j->out);
+      qz_mtx_lock(s->m_);
+      j->ready = true;
+      qz_mtx_unlock(s->m_);
+      qz_cond_signal(s->done_);
+    }
+    T_threadexit();
+    return nullptr;
+  }
+
+  net::Conn &c_;
+  qz_mtx_t *m_ = nullptr;
+  qz_cond_t *work_ = nullptr, *done_ = nullptr;
+  std::vector<qz_thr_t *> threads_;
+  int workers_ = 1;
+  std::deque<Job *> order_, todo_;
+  std::vector<Job *> spare_;
+  Job *next_ = nullptr;
+  bool stop_ = false, ok_ = true;
+};
+
+// ---------------------------------------------------------------- save
+
+struct Saver {
+  net::Conn &c;
+  Sender out{c};
+  Meter meter;
+  size_t root_len = 0;  // bytes of the walked path before the first saved name
+  std::string top;      // the saved name of the walk's root
+  int failures = 0;
+  bool broken = false;  // the connection failed: stop the walk
+  Writer w;
+
+  std::string name_of(const char *path) const {
+    std::string rel = top;
+    const char *rest = path + root_len;
+    for (; *rest; ++rest) rel += (*rest == '\\' || *rest == '/') ? '/' : *rest;
+    return rel;
+  }
+
+  bool send_entry(uint8_t kind, const struct ll_stat64 *st, const std::string &name) {
+    proto::Entry e;
+    e.kind = kind;
+    e.mode = st ? st->st_mode & 07777 : 0;
+#if defined(st_mtime)
+    e.mtime = st ? st->st_mtim.tv_sec : 0;
+#else
+    e.mtime = st ? st->st_mtime : 0;
+#endif
+    e.size = kind == proto::kFile && st ? static_cast<uint64_t>(st->st_size) : 0;
+    e.name = name;
+    if (!proto::valid_name(e.name)) {
+      error(msg(98, "%s: the name cannot be saved\n"), name.c_str());
+      ++failures;
+      return true;
+    }
+    w.b.clear();
+    proto::put_entry(e, w);
+    return out.frame(proto::kEntry, w.b.data(), w.b.size());
+  }
+
+  bool send_file(const char *path, const struct ll_stat64 *st, const std::string &name) {
+    std::FILE *f = qzfopen(path, "rb");
+    if (!f) {
+      error(msg(99, "%s: %s\n"), path, errno_text());
+      ++failures;
+      return true;
+    }
+    if (!proto::valid_name(name)) {
+      std::fclose(f);
+      return send_entry(proto::kFile, st, name);  // reports it
+    }
+    if (!send_entry(proto::kFile, st, name)) {
+      std::fclose(f);
+      return false;
+    }
+    sha_ctx sha;
+    sha_init(&sha);
+    uint8_t status = 0;
+    for (;;) {
+      std::vector<unsigned char> &buf = out.buffer();
+      size_t n = read_full(f, buf.data(), buf.size());
+      bool last = n < buf.size();
+      if (n > 0) {
+        sha_update(&sha, buf.data(), n);
+        if (!out.block(static_cast<uint32_t>(n))) {
+          std::fclose(f);
+          return false;
+        }
+        meter.add(0, n);
+      }
+      if (last) {
+        if (std::ferror(f)) {
+          error(msg(99, "%s: %s\n"), path, errno_text());
+          ++failures;
+          status = 1;
+        }
+        break;
+      }
+    }
+    std::fclose(f);
+    unsigned char digest[21];
+    sha_final(digest, &sha);
+    digest[20] = status;
+    meter.add(1, 0);
+    return out.frame(proto::kFileEnd, digest, sizeof digest);
+  }
+
+  static int visit(const qz_dtree_entry *e, void *arg) {
+    Saver *s = static_cast<Saver *>(arg);
+    bool ok = true;
+    if (e->visit == QZ_DTV_ERROR) {
+      error(msg(99, "%s: %s\n"), e->path, qzmo_strerror(e->error));
+      ++s->failures;
+    } else if (e->visit == QZ_DTV_PRE) {
+      ok = s->send_entry(proto::kDir, e->st, s->name_of(e->path));
+    } else if (e->visit == QZ_DTV_ENTRY && e->kind == QZ_DTK_FILE) {
+      ok = s->send_file(e->path, e->st, s->name_of(e->path));
+    }
+    if (!ok) {
+      s->broken = true;
+      return QZ_DTW_STOP;
+    }
+    return QZ_DTW_CONTINUE;
+  }
+};
+
+// The file-system table's entry a path lies on: the longest mount directory
+// that is a prefix of it.
+const qz_fstab_t *mount_of(const std::string &path) {
+  const qz_fstab_t *best = nullptr;
+  size_t best_len = 0;
+  for (const qz_fstab_t *n = getfstab(nullptr); n; n = n->next) {
+    if (!n->name) continue;
+    size_t len = std::strlen(n->name);
+    bool root = len == 1 && (n->name[0] == '/' || n->name[0] == '\\');
+    if (path.compare(0, len, n->name) == 0 &&
+        (root || path.size() == len || path[len] == '/' || path[len] == '\\') && len >= best_len) {
+      best = n;
+      best_len = len;
+    }
+  }
+  return best;
+}
+
+// Mount points below a saved path are entered only when they are local save sets.
+int mount_handler(const qz_dtree_entry *e, int) {
+  const qz_fstab_t *m = mount_of(e->path);
+  return m && is_local_saveset(m) ? QZ_DTH_FOLLOW : QZ_DTH_REPORT;
+}
+
+}  // namespace
+
+int cmd_save(int argc, char **argv) {
+  const Command &cmd = *find_command("save");
+  Options opts(argc, argv, "h");
+  for (int c; (c = opts.next()) != -1;) {
+    if (c == 'h') return help(cmd);
+    return opts.bad_option(cmd);
+  }
+  std::vector<std::string> ops = opts.operands();
+  if (ops.size() < 2) return usage_error(cmd, "%s", msg(84, "an address and at least one path are required\n"));
+  std::unique_ptr<net::Conn> conn;
+  if (!open_session(ops[0], proto::kOpSave, nullptr, conn)) return kUsage;
+  Saver s{*conn};
+  qz_dtree_sethandler(QZ_DTK_MOUNT, mount_handler);
+  for (size_t i = 1; i < ops.size() && !s.broken; ++i) {
+    char full[4096];
+    std::string path = fullpath(ops[i].c_str(), full, sizeof full) ? full : ops[i];
+    const qz_fstab_t *m = mount_of(path);
+    if (m && !is_local_saveset(m)) {
+      error(msg(85, "%s: not on a local file system, left out\n"), ops[i].c_str());
+      ++s.failures;
+      continue;
+    }
+    // The saved names start at the path's last component ("root" for a root).
+    size_t cut = path.find_last_of("/\\");
+    while (cut != std::string::npos && cut + 1 == path.size() && cut > 0) {
+      path.pop_back();
+      cut = path.find_last_of("/\\");
+    }
+    s.top = cut == std::string::npos ? path : path.substr(cut + 1);
+    if (s.top.empty() || s.top.back() == ':') s.top = "root";
+    s.root_len = path.size();
+    if (qz_dtree_walk(path.c_str(), 0, Saver::visit, &s) < 0 && !s.broken) {
+      error(msg(99, "%s: %s\n"), ops[i].c_str(), errno_text());
+      ++s.failures;
+    }
+  }
+  qz_dtree_sethandler(QZ_DTK_MOUNT, nullptr);
+  s.meter.done();
+  Frame f;
+  std::string why;
+  if (s.broken || !s.out.frame(proto::kEnd, nullptr, 0) || !s.out.flush() || !conn->recv(f, why) ||
+      f.type != proto::kSaved) {
+    std::string text = f.type == proto::kError ? error_text(f) : why.empty() ? "connection ended" : why;
+    error(msg(86, "the save failed: %s\n"), text.c_str());
+    return kUsage;
+  }
+  Reader r(f.payload.data(), f.payload.size());
+  qzui id{};
+  uint64_t files = 0, bytes = 0;
+  if (!r.bytes(id.b, 20) || !r.u64(files) || !r.u64(bytes)) {
+    error(msg(86, "the save failed: %s\n"), "malformed reply");
+    return kUsage;
+  }
+  out("%s\n", id_text(id).c_str());
+  if (is_terminal(stderr))
+    std::fprintf(stderr, "%llu files, %llu bytes\n", static_cast<unsigned long long>(files),
+                 static_cast<unsigned long long>(bytes));
+  return s.failures ? kFailed : kOk;
+}
+
+namespace {
+
+bool parse_id(const std::string &text, qzui &id) {
+  if (store::id_of_hex(text, id)) return true;
+  char *end = nullptr;
+  return string_to_qzui(text.c_str(), &id, &end) >= 0 && end && *end == '\0';
+}
+
+// The place of a restored name below dir, with the system's separator.
+std::string target_of(const std::string &dir, const std::string &name) {
+  std::string t = dir;
+  if (!t.empty() && t.back() != '/' && t.back() != '\\') t += native_sep();
+  for (char c : name) t += c == '/' ? native_sep() : c;
+  return t;
+}
+
+std::string parent_of(const std::string &path) {
+  size_t cut = path.find_last_of("/\\");
+  return cut == std::string::npos ? std::string() : path.substr(0, cut);
+}
+
+}  // namespace
+
+int cmd_restore(int argc, char **argv) {
+  const Command &cmd = *find_command("restore");
+  Options opts(argc, argv, "h");
+  for (int c; (c = opts.next()) != -1;) {
+    if (c == 'h') return help(cmd);
+    return opts.bad_option(cmd);
+  }
+  std::vector<std::string> ops = opts.operands();
+  if (ops.size() != 3) return usage_error(cmd, "%s", msg(87, "an address, a save identifier and a folder are required\n"));
+  qzui id{};
+  if (!parse_id(ops[1], id)) return usage_error(cmd, msg(88, "not a save identifier: %s\n"), ops[1].c_str());
+  std::unique_ptr<net::Conn> conn;
+  if (!open_session(ops[0], proto::kOpRestore, &id, conn)) return kUsage;
+  const std::string &dir = ops[2];
+  if (qz_mkdirs(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+    error(msg(99, "%s: %s\n"), dir.c_str(), errno_text());
+    return kFailed;
+  }
+  Meter meter;
+  std::vector<unsigned char> block(proto::kBlockRoom);
+  std::unique_ptr<Output> file;
+  std::string file_name;
+  sha_ctx sha;
+  bool file_bad = false;
+  int failures = 0;
+  Frame f;
+  std::string why;
+  for (;;) {
+    if (!conn->recv(f, why)) {
+      error(msg(89, "the restore failed: %s\n"), why.c_str());
+      return kFailed;
+    }
+    if (f.type == proto::kEnd && !file) break;
+    if (f.type == proto::kError) {
+      error(msg(89, "the restore failed: %s\n"), error_text(f).c_str());
+      return kFailed;
+    }
+    if (f.type == proto::kEntry && !file) {
+      proto::Entry e;
+      if (!proto::get_entry(f.payload.data(), f.payload.size(), e)) break;
+      std::string target = target_of(dir, e.name);
+      if (e.kind == proto::kDir) {
+        if (qz_mkdirs(target.c_str(), 0755) != 0 && errno != EEXIST) {
+          error(msg(99, "%s: %s\n"), target.c_str(), errno_text());
+          ++failures;
+        }
+        continue;
+      }
+      std::string parent = parent_of(target);
+      if (!parent.empty()) qz_mkdirs(parent.c_str(), 0755);
+      file = std::make_unique<Output>();
+      file_name = target;
+      file_bad = !file->open(target, true);
+      sha_init(&sha);
+      continue;
+    }
+    if (f.type == proto::kBlock && file) {
+      proto::Block b;
+      if (!proto::get_block(f.payload.data(), f.payload.size(), b)) break;
+      if (!proto::open_block(b, block.data())) {
+        if (!file_bad) error(msg(90, "%s: a stored block is damaged\n"), file_name.c_str());
+        file_bad = true;
+        continue;
+      }
+      sha_update(&sha, block.data(), b.length);
+      if (!file_bad && !file->write(block.data(), b.length)) file_bad = true;
+      meter.add(0, b.length);
+      continue;
+    }
+    if (f.type == proto::kFileEnd && file && f.payload.size() == 21) {
+      unsigned char digest[20];
+      sha_final(digest, &sha);
+      if (!file_bad && std::memcmp(digest, f.payload.data(), 20) != 0) {
+        error(msg(81, "%s: the restored bytes do not match the saved file\n"), file_name.c_str());
+        file_bad = true;
+      }
+      if (file_bad || !file->commit()) {
+        file->abandon();
+        ++failures;
+      }
+      file.reset();
+      meter.add(1, 0);
+      continue;
+    }
+    break;  // a frame out of place
+  }
+  meter.done();
+  if (f.type != proto::kEnd || file) {
+    if (file) file->abandon();
+    error(msg(89, "the restore failed: %s\n"), "a frame breaks the protocol");
+    return kFailed;
+  }
+  return failures ? kFailed : kOk;
+}
+
+int cmd_list(int argc, char **argv) {
+  const Command &cmd = *find_command("list");
+  Options opts(argc, argv, "h");
+  for (int c; (c = opts.next()) != -1;) {
+    if (c == 'h') return help(cmd);
+    return opts.bad_option(cmd);
+  }
+  std::vector<std::string> ops = opts.operands();
+  if (ops.size() != 1) return usage_error(cmd, "%s", msg(83, "one address is required\n"));
+  std::unique_ptr<net::Conn> conn;
+  if (!open_session(ops[0], proto::kOpList, nullptr, conn)) return kUsage;
+  Frame f;
+  std::string why;
+  while (conn->recv(f, why) && f.type == proto::kListed) {
+    Reader r(f.payload.data(), f.payload.size());
+    qzui id{};
+    uint64_t t = 0, files = 0, bytes = 0;
+    if (!r.bytes(id.b, 20) || !r.u64(t) || !r.u64(files) || !r.u64(bytes)) break;
+    char when[64] = "?";
+    qz_time64_t qt{static_cast<uint32_t>(t), static_cast<int32_t>(t >> 32)};
+    if (struct tm *tm = qz_localtime(qt)) std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", tm);
+    out("%s  %s  %llu files  %llu bytes\n", id_text(id).c_str(), when, static_cast<unsigned long long>(files),
+        static_cast<unsigned long long>(bytes));
+  }
+  if (f.type != proto::kEnd) {
+    error(msg(82, "the listing failed: %s\n"), why.empty() ? "a frame breaks the protocol" : why.c_str());
+    return kFailed;
+  }
+  return kOk;
+}
+
+}  // namespace llocal

@@ -1,0 +1,365 @@
+// llocal serve: the save server. The daemon accepts connections and hands
+// each to a child process it spawns with the connection as the child's only
+// inherited descriptor ("llocal serve -C SOCKET -s STORE"), reaping children
+// with waitchild(-1) between accepts. The child speaks the protocol of
+// proto.h and keeps or serves saves in the store (store.h).
+//
+// Stopping: the kill event (llocal stop PID, the service manager's stop, a
+// console Ctrl-C) sets a flag and cancels every blocking socket call of the
+// process; the daemon stops accepting, asks its children to stop (a child
+// discards the save it was receiving), reaps them and exits 0.
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#ifdef _WIN32
+#include <io.h>
+#endif
+
+#include "llocal.h"
+#include "netio.h"
+#include "proto.h"
+#include "store.h"
+
+namespace llocal {
+
+namespace {
+
+using proto::Frame;
+using proto::Reader;
+using proto::Writer;
+
+constexpr const char *kServiceName = "llocalsave";
+constexpr const char *kServiceDisplay = "llocal save server";
+constexpr const char *kDefaultListen = "127.0.0.1:7440";
+
+std::atomic<int> g_stop{0};
+
+// The tool's own executable, found beside the running program.
+std::string self_path() {
+  char buf[4096];
+  const char *p = execpath("llocal", buf, sizeof buf);
+  return p && *p ? std::string(p) : std::string("llocal");
+}
+
+void on_stop(int) {
+  g_stop.store(1);
+  qz_socancel();
+}
+
+// The connection a handler child was started with.
+qz_socket_t stdin_socket() {
+#ifdef _WIN32
+  return static_cast<qz_socket_t>(_get_osfhandle(0));
+#else
+  return 0;
+#endif
+}
+
+// ---------------------------------------------------------------- one connection
+
+struct Session {
+  net::Conn &c;
+  std::string store;
+  std::string why;
+};
+
+bool serve_save(Session &s) {
+  store::Writer w(s.store);
+  if (!w.begin(s.why)) {
+    s.c.fail(proto::kErrStore, s.why);
+    return false;
+  }
+  std::vector<unsigned char> framed;
+  Frame f;
+  bool in_file = false;
+  uint64_t files = 0, bytes = 0;
+  for (;;) {
+    if (!s.c.recv(f, s.why)) return false;  // the writer discards what it got
+    bool ok = true;
+    switch (f.type) {
+      case proto::kEntry: {
+        proto::Entry e;
+        ok = !in_file && proto::get_entry(f.payload.data(), f.payload.size(), e);
+        if (ok && e.kind == proto::kFile) {
+          in_file = true;
+          ++files;
+        }
+        break;
+      }
+      case proto::kBlock: {
+        // The block's fields and lengths are checked here; its bytes (CRC and
+        // the file's SHA-1) are checked by the client that restores it, so
+        // the server never spends a decoder on data it only keeps.
+        proto::Block b;
+        ok = in_file && proto::get_block(f.payload.data(), f.payload.size(), b);
+        if (ok) bytes += b.length;
+        break;
+      }
+      case proto::kFileEnd:
+        ok = in_file && f.payload.size() == 21 && f.payload[20] <= 1;
+        in_file = false;
+        break;
+      case proto::kEnd: {
+        if (in_file || !f.payload.empty()) {
+          ok = false;
+          break;
+        }
+        if (!w.finish(files, bytes, s.why)) {
+          s.c.fail(proto::kErrStore, s.why);
+          return false;
+        }
+        Writer r;
+        r.bytes(w.id().b, 20);
+        r.u64(files);
+        r.u64(bytes);
+        return s.c.send(proto::kSaved, r);
+      }
+      default: ok = false;
+    }
+    if (!ok) {
+      s.why = "a frame breaks the protocol";
+      s.c.fail(proto::kErrProtocol, s.why);
+      return false;
+    }
+    proto::build(f.type, f.payload.data(), f.payload.size(), framed);
+    if (!w.write(framed.data(), framed.size(), s.why)) {
+      s.c.fail(proto::kErrStore, s.why);
+      return false;
+    }
+  }
+}
+
+bool serve_restore(Session &s, const qzui &id) {
+  std::FILE *data = store::open_data(s.store, id);
+  if (!data) {
+    s.c.fail(proto::kErrUnknownId, "no such save");
+    return false;
+  }
+  std::vector<unsigned char> buf(proto::kHeader + proto::kMaxPayload);
+  bool ok = true;
+  for (;;) {
+    size_t got = read_full(data, buf.data(), proto::kHeader);
+    if (got == 0 && !std::ferror(data)) break;
+    uint8_t type = 0;
+    uint32_t len = 0;
+    if (got != proto::kHeader || !proto::parse_header(buf.data(), type, len) ||
+        read_full(data, buf.data() + proto::kHeader, len) != len) {
+      // The client checks every block and file; a damaged store still ends clearly.
+      s.c.fail(proto::kErrStore, "the stored save is damaged");
+      ok = false;
+      break;
+    }
+    if (!s.c.send_raw(buf.data(), proto::kHeader + len)) {
+      ok = false;
+      break;
+    }
+  }
+  std::fclose(data);
+  return ok && s.c.send(proto::kEnd, nullptr, 0);
+}
+
+bool serve_list(Session &s) {
+  for (const store::Info &i : store::list(s.store)) {
+    Writer w;
+    w.bytes(i.id.b, 20);
+    w.u64(static_cast<uint64_t>(i.time));
+    w.u64(i.files);
+    w.u64(i.bytes);
+    if (!s.c.send(proto::kListed, w)) return false;
+  }
+  return s.c.send(proto::kEnd, nullptr, 0);
+}
+
+// Serves one connection to its end; the status of the child process.
+int serve_connection(qz_socket_t sock, const std::string &store_dir) {
+  net::Conn c(sock);
+  Session s{c, store_dir, {}};
+  Frame f;
+  if (!c.recv(f, s.why)) return kFailed;
+  Reader r(f.payload.data(), f.payload.size());
+  char magic[4];
+  uint32_t version = 0;
+  uint8_t op = 0;
+  if (f.type != proto::kHello || !r.bytes(magic, 4) || std::memcmp(magic, "LLSV", 4) != 0 || !r.u32(version) ||
+      !r.u8(op)) {
+    c.fail(proto::kErrProtocol, "not a save client");
+    return kFailed;
+  }
+  if (version != proto::kVersion) {
+    c.fail(proto::kErrVersion, "unsupported protocol version");
+    return kFailed;
+  }
+  qzui id{};
+  bool hello_ok = op == proto::kOpRestore ? r.bytes(id.b, 20) && r.done()
+                                          : (op == proto::kOpSave || op == proto::kOpList) && r.done();
+  if (!hello_ok) {
+    c.fail(proto::kErrProtocol, "unknown operation");
+    return kFailed;
+  }
+  if (g_stop.load()) {
+    c.fail(proto::kErrBusy, "the server is stopping");
+    return kFailed;
+  }
+  Writer ok;
+  ok.u32(proto::kVersion);
+  if (!c.send(proto::kOk, ok)) return kFailed;
+  bool done = op == proto::kOpSave ? serve_save(s) : op == proto::kOpRestore ? serve_restore(s, id) : serve_list(s);
+  if (!done && !s.why.empty()) dprintf(1, "connection ended: %s\n", s.why.c_str());
+  return done ? kOk : kFailed;
+}
+
+// ---------------------------------------------------------------- the daemon
+
+struct ServeOptions {
+  std::string store, listen = kDefaultListen, port_file;
+  bool child = false;  // serve the connection on standard input and output
+};
+
+// Long option words of serve, turned into the letters getopt reads.
+void short_options(int argc, char **argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--") == 0) break;
+    static const char *const longs[][2] = {{"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}};
+    for (const auto &l : longs)
+      if (std::strcmp(argv[i], l[0]) == 0) argv[i] = const_cast<char *>(l[1]);
+  }
+}
+
+void announce(const ServeOptions &o, int port) {
+  out("listening on port %d, store %s\n", port, o.store.c_str());
+  if (o.port_file.empty()) return;
+  std::string tmp = o.port_file + ".tmp";
+  if (std::FILE *f = qzfopen(tmp.c_str(), "wb")) {
+    std::fprintf(f, "%d\n", port);
+    qzfclose(f);
+    qzrename(tmp.c_str(), o.port_file.c_str());
+  }
+}
+
+int run_daemon(const ServeOptions &o, const char *self) {
+  if (qz_mkdirs(o.store.c_str(), 0700) != 0 && errno != EEXIST) {
+    error(msg(91, "cannot use the store %s: %s\n"), o.store.c_str(), errno_text());
+    return kFailed;
+  }
+  store::sweep(o.store);
+  net::Address addr;
+  std::string why;
+  if (!net::parse_address(o.listen, addr, why)) {
+    error("%s\n", why.c_str());
+    return kUsage;
+  }
+  bool service = RegisterThisService(kServiceName) != 0;
+  regevent(9, on_stop);
+  regevent(2, on_stop);
+  qz_socket_t ls = net::listen_on(addr, why);
+  if (ls == QZ_INVALID_SOCKET) {
+    error("%s\n", why.c_str());
+    if (service) StopThisService(nullptr, 1);
+    return kFailed;
+  }
+  announce(o, addr.port);
+  if (service) StartThisService(nullptr);
+  eventprintf(QZ_EVENT_INFORMATION, 0, "save server listening on port %d", addr.port);
+
+  int children = 0;
+  auto reap = [&children](bool block) {
+    int status = 0;
+    while (children > 0) {
+      int id = waitchild(-1, &status, block ? 0 : QZ_WAIT_NOHANG);
+      if (id <= 0) break;
+      --children;
+    }
+  };
+  while (!g_stop.load()) {
+    reap(false);
+    qz_fd_set set;
+    QZ_FD_ZERO(&set);
+    QZ_FD_SET(ls, &set);
+    timeval tv{1, 0};  // wake now and then to reap children
+    int r = qz_select(0, &set, nullptr, nullptr, &tv);
+    if (r <= 0) continue;
+    qz_socket_t c = qzaccept(ls, nullptr, nullptr);
+    if (c == QZ_INVALID_SOCKET) continue;
+    // The child starts with the connection as its standard input and
+    // output: the library's start-up closes every other descriptor a program
+    // inherits.
+    std::string self_s = self;
+    std::vector<char *> args = {self_s.data(), const_cast<char *>("serve"), const_cast<char *>("-C"),
+                                const_cast<char *>("-s"), const_cast<char *>(o.store.c_str()), nullptr};
+    int std3[3] = {static_cast<int>(c), static_cast<int>(c), -1};
+    int id = spawn(0, args.data(), nullptr, std3, nullptr);
+    if (id > 0) {
+      ++children;
+    } else {
+      error(msg(92, "cannot start a connection handler: %s\n"), errno_text());
+    }
+    qzsoclose(c);  // the child has its own
+  }
+  qzsoclose(ls);
+  // Children still receiving are asked to stop; those sending finish quickly.
+  if (children > 0) kill(0, 15);
+  reap(true);
+  eventprintf(QZ_EVENT_INFORMATION, 0, "save server stopped");
+  if (service) StopThisService(nullptr, 0);
+  return kOk;
+}
+
+}  // namespace
+
+int cmd_serve(int argc, char **argv) {
+  const Command &cmd = *find_command("serve");
+  // "-ADD"/"-REM" install or remove the server as a service that runs
+  // "llocal serve" with the words after them.
+  if (argc >= 2 && (qzstricmp(argv[1], "-ADD") == 0 || qzstricmp(argv[1], "-REM") == 0)) {
+    std::string self = self_path();
+    std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve")};
+    for (int i = 2; i < argc; ++i) words.push_back(argv[i]);
+    words.push_back(nullptr);
+    SvcInstalling2(static_cast<int>(words.size()) - 1, words.data(), kServiceName, kServiceDisplay, 1);
+    return kOk;
+  }
+  short_options(argc, argv);
+  Options opts(argc, argv, "s:l:p:Ch");
+  ServeOptions o;
+  for (int c; (c = opts.next()) != -1;) {
+    switch (c) {
+      case 's': o.store = opts.arg(); break;
+      case 'l': o.listen = opts.arg(); break;
+      case 'p': o.port_file = opts.arg(); break;
+      case 'C': o.child = true; break;
+      case 'h': return help(cmd);
+      default: return opts.bad_option(cmd);
+    }
+  }
+  if (!opts.operands().empty()) return usage_error(cmd, "%s", msg(94, "unexpected operand\n"));
+  if (o.store.empty()) return usage_error(cmd, "%s", msg(95, "the store folder is required (--store DIR)\n"));
+  if (o.child) {
+    regevent(9, on_stop);
+    return serve_connection(stdin_socket(), o.store);
+  }
+  return run_daemon(o, "llocal");
+}
+
+int cmd_stop(int argc, char **argv) {
+  const Command &cmd = *find_command("stop");
+  Options opts(argc, argv, "h");
+  for (int c; (c = opts.next()) != -1;) {
+    if (c == 'h') return help(cmd);
+    return opts.bad_option(cmd);
+  }
+  std::vector<std::string> ops = opts.operands();
+  long long pid = 0;
+  if (ops.size() != 1 || !parse_number(ops[0].c_str(), pid) || pid <= 0 || pid > 0x7fffffff)
+    return usage_error(cmd, "%s", msg(96, "one process id is required\n"));
+  // The process's kill event: its kill handler runs (the server stops cleanly).
+  if (kill(static_cast<int>(pid), 15) != 0 && errno == ESRCH) {
+    error(msg(97, "no process %lld\n"), pid);
+    return kFailed;
+  }
+  return kOk;
+}
+
+}  // namespace llocal
