@@ -377,12 +377,10 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
 #endif
 
 TEST(Service, PlainProcessIsNoService) {
-  lltest::ScopedEnv a("NOTIFY_SOCKET", nullptr), b("INVOCATION_ID", nullptr);
-  if (!lltest::kWindows) {
-    EXPECT_EQ(RunByService(), 0);
-    EXPECT_EQ(RegisterThisService("llsvc"), 0);
-    EXPECT_EQ(StartThisService(nullptr), -1);
-    EXPECT_EQ(StopThisService(nullptr, 5), -1);
-  }
+  lltest::ScopedEnv a("NOTIFY_SOCKET", nullptr), b("INVOCATION_ID", nullptr), c("HOMEDRIVE", "C:");
+  EXPECT_EQ(RunByService(), 0);
+  EXPECT_EQ(RegisterThisService("llsvc"), 0);
+  EXPECT_EQ(StartThisService(nullptr), -1);
+  EXPECT_EQ(StopThisService(nullptr, 5), -1);
   EXPECT_EQ(Win9xService(1), 0);
 }
