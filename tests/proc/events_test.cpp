@@ -27,6 +27,7 @@
 
 #ifndef _WIN32
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 extern "C" int llt_read_debug_file(const char *path);
 #endif
@@ -209,6 +210,33 @@ TEST(Events, HostileDebugControlFiles) {
     std::remove(f.c_str());
   }
   Debug = 0;
+}
+
+// A forked child listens for its own events with the handler it inherited.
+LLTEST_CHILD(ev_fork) {
+  regevent(9, exit23);
+  const pid_t p = fork();
+  if (p == 0) {
+    evtest::ready(argv[0]);
+    _exit(evtest::linger());
+  }
+  int st = 0;
+  waitpid(p, &st, 0);
+  return WIFEXITED(st) ? WEXITSTATUS(st) : 100 + WTERMSIG(st);
+}
+
+TEST(Events, ForkedChildGetsItsOwnListener) {
+  lltest::TempDir dir;
+  Child child("ev_fork", {dir.path()});
+  const int pid = evtest::pid_of(dir.path());
+  ASSERT_GT(pid, 0);
+  EXPECT_TRUE(evtest::send_kill(pid));
+#if defined(__SANITIZE_THREAD__)
+  const int expected = 100 + SIGTERM;  // no thread in a forked child: the default disposition
+#else
+  const int expected = 23;
+#endif
+  EXPECT_EQ(child.wait().exit_code, expected);
 }
 
 // An unprivileged process leaves a file it does not own alone.

@@ -125,6 +125,7 @@ void fork_child() {
   // process: the child gives the signals back and takes them over again at
   // its next regevent or initialisation.
   g_wr.store(-1);
+  g_rd = -1;
   give_back(SIGTERM);
   give_back(SIGUSR1);
   if (g_console) give_back(SIGINT);
