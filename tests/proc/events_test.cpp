@@ -212,6 +212,16 @@ TEST(Events, HostileDebugControlFiles) {
   Debug = 0;
 }
 
+// An interrupt is the console's Ctrl-C: the kill handler gets 2.
+TEST(Events, InterruptCallsTheKillHandlerWithTwo) {
+  lltest::TempDir dir;
+  Child child("ev_kill", {dir.path(), "own"});
+  const int pid = evtest::pid_of(dir.path());
+  ASSERT_GT(pid, 0);
+  EXPECT_EQ(sigqueue(pid, SIGINT, sigval{}), 0);
+  EXPECT_EQ(child.wait().exit_code, 24);
+}
+
 // A forked child listens for its own events with the handler it inherited.
 LLTEST_CHILD(ev_fork) {
   regevent(9, exit23);
