@@ -11,6 +11,7 @@
 #include "frame/win32/win.h"
 #include "paths/dtree_os.h"
 #include "paths/win32/wpaths.h"
+#include "frame/fault.h"
 
 struct ll::dtree::OsDir {
   std::wstring path;  // long form, no trailing separator
@@ -79,7 +80,7 @@ int last_error_errno(DWORD code) {
 // Opens a directory by its long name and reads its identity.
 OsDir *open_dir(std::wstring path, int &err) {
   while (path.size() > 4 && path.back() == L'\\' && !(path.size() == 7 && path[5] == L':')) path.pop_back();
-  HANDLE h = CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+  HANDLE h = LL_FAULT(open) ? INVALID_HANDLE_VALUE : CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
                          nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (h == INVALID_HANDLE_VALUE) {
     err = last_error_errno(GetLastError());
@@ -92,7 +93,7 @@ OsDir *open_dir(std::wstring path, int &err) {
     err = ENOTDIR;
     return nullptr;
   }
-  OsDir *d = new (std::nothrow) OsDir;
+  OsDir *d = LL_FAULT(alloc) ? nullptr : new (std::nothrow) OsDir;
   if (!d) {
     err = ENOMEM;
     return nullptr;
@@ -145,7 +146,7 @@ bool list(OsDir *dir, std::vector<Item> &out, int &err) noexcept {
     if (pattern.back() != L'\\') pattern += L'\\';
     pattern += L'*';
     WIN32_FIND_DATAW fd;
-    HANDLE h = FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &fd, FindExSearchNameMatch, nullptr,
+    HANDLE h = LL_FAULT(io) ? INVALID_HANDLE_VALUE : FindFirstFileExW(pattern.c_str(), FindExInfoBasic, &fd, FindExSearchNameMatch, nullptr,
                                 FIND_FIRST_EX_LARGE_FETCH);
     if (h == INVALID_HANDLE_VALUE) {
       DWORD code = GetLastError();
