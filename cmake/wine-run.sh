@@ -6,8 +6,11 @@
 set -u
 exe=$1
 export WINEDEBUG=-all
-# Wine's crash debugger would turn a crashing test into a pass.
-export WINEDLLOVERRIDES="winedbg.exe=d${WINEDLLOVERRIDES:+;$WINEDLLOVERRIDES}"
+# Wine's crash debugger would turn a crashing test into a pass. Wine's
+# cluster library answers every program with a fake cluster: without it every
+# test runs as it would on a host that is no cluster node (the cluster tests
+# bring a test library of their own).
+export WINEDLLOVERRIDES="winedbg.exe=d;clusapi=${WINEDLLOVERRIDES:+;$WINEDLLOVERRIDES}"
 export LANG=C.UTF-8
 unset DISPLAY TZ
 if [ -z "${WINEPREFIX:-}" ]; then
