@@ -2,7 +2,6 @@
 // pass in the long form ("\\?\"), so names of any total length work and the
 // listing itself gives every entry's record.
 #include <liblocal/dtree.h>
-#include <liblocal/utf8.h>
 
 #include <cerrno>
 #include <cstring>
@@ -21,13 +20,45 @@ namespace ll::dtree {
 
 namespace {
 
+// UTF-8 to UTF-16: four-byte sequences become surrogate pairs, and the
+// library's own form of a lone surrogate (three bytes) comes back as it was
+// listed, so every listed name opens again. Bytes that are not UTF-8 give ok
+// false: such a name cannot exist on this system.
 std::wstring widen(const std::string &s, bool &ok) {
-  size_t n = utf8_mbstowcs(nullptr, s.c_str(), 0);
-  ok = n != static_cast<size_t>(-1);
-  if (!ok) return {};
-  std::wstring w(n + 1, L'\0');
-  utf8_mbstowcs(reinterpret_cast<qzwchar_t *>(w.data()), s.c_str(), n + 1);
-  w.resize(n);
+  static const unsigned kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  std::wstring w;
+  w.reserve(s.size());
+  ok = false;
+  const auto *p = reinterpret_cast<const unsigned char *>(s.data());
+  const auto *end = p + s.size();
+  while (p < end) {
+    unsigned c = *p, v;
+    int len;
+    if (c < 0x80) {
+      w += static_cast<wchar_t>(c);
+      ++p;
+      continue;
+    }
+    if ((c & 0xE0) == 0xC0) len = 2, v = c & 0x1F;
+    else if ((c & 0xF0) == 0xE0) len = 3, v = c & 0x0F;
+    else if ((c & 0xF8) == 0xF0) len = 4, v = c & 0x07;
+    else return {};
+    if (end - p < len) return {};
+    for (int i = 1; i < len; ++i) {
+      if ((p[i] & 0xC0) != 0x80) return {};
+      v = (v << 6) | (p[i] & 0x3F);
+    }
+    if (v < kSmallest[len] || v > 0x10FFFF) return {};
+    if (v >= 0x10000) {
+      v -= 0x10000;
+      w += static_cast<wchar_t>(0xD800 + (v >> 10));
+      w += static_cast<wchar_t>(0xDC00 + (v & 0x3FF));
+    } else {
+      w += static_cast<wchar_t>(v);
+    }
+    p += len;
+  }
+  ok = true;
   return w;
 }
 
