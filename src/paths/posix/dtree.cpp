@@ -46,12 +46,11 @@ OsDir *open_child(OsDir *parent, const Item &item, const std::string &, bool fol
 
 bool list(OsDir *dir, std::vector<Item> &out, int &err) noexcept {
   // The stream gets its own descriptor: the directory's stays usable for openat.
-  int fd = ::dup(dir->fd);
+  int fd = ::fcntl(dir->fd, F_DUPFD_CLOEXEC, 0);
   if (fd < 0) {
     err = errno;
     return false;
   }
-  ::fcntl(fd, F_SETFD, FD_CLOEXEC);
   DIR *d = ::fdopendir(fd);
   if (!d) {
     err = errno;
