@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string>
 
+#include "frame/optional.h"
 #include "frame/win32/win.h"
 #include "paths/dtree_os.h"
 #include "paths/win32/wpaths.h"
@@ -202,10 +203,13 @@ Item item_of(std::string name, const Facts &f, unsigned tag) {
   return it;
 }
 
-// True when a junction is a volume mount point.
+// True when a junction is a volume mount point. Without the system's
+// mount-point calls every junction stays a junction.
 bool leads_to_volume(const std::wstring &path) {
+  using Fn = BOOL(WINAPI *)(LPCWSTR, LPWSTR, DWORD);
+  auto fn = reinterpret_cast<Fn>(ll::optional::get(ll::optional::kGetVolumeNameForVolumeMountPointW));
   wchar_t volume[64];
-  return GetVolumeNameForVolumeMountPointW((path + L"\\").c_str(), volume, 64) != 0;
+  return fn && fn((path + L"\\").c_str(), volume, 64) != 0;
 }
 
 bool dot_or_dotdot(const wchar_t *n, size_t len) {
