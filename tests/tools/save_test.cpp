@@ -15,7 +15,10 @@
 #include <winsock2.h>
 #else
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #endif
 
 #include "lltest.h"
@@ -31,7 +34,8 @@ fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.e
 // A save server in a temporary store, on a free loopback port.
 class Server {
  public:
-  Server() {
+  // 'env' (NAME=VALUE) is added to the server's environment.
+  explicit Server(const std::string &env = "") {
     store_ = dir_.file("store");
     std::string port_file = dir_.file("port");
     std::string tool = tooltest::tool_path();
@@ -40,7 +44,12 @@ class Server {
     std::vector<char *> argv;
     for (auto &w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
-    pid_ = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    {
+      std::string name = env.substr(0, env.find('='));
+      lltest::ScopedEnv set(env.empty() ? "LLTEST_UNUSED" : name.c_str(),
+                            env.empty() ? nullptr : env.c_str() + name.size() + 1);
+      pid_ = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    }
     EXPECT_GT(pid_, 0);
     for (int i = 0; i < 300 && !tooltest::file_exists(port_file); ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -58,6 +67,7 @@ class Server {
     pid_ = 0;
     return QZ_WEXITCODE(status);
   }
+  int pid() const { return pid_; }
   std::string addr() const { return "127.0.0.1:" + std::to_string(port_); }
   int port() const { return port_; }
   const std::string &store() const { return store_; }
@@ -202,5 +212,109 @@ TEST(Save, StopEndsTheServerWhileAClientWaits) {
   qzsoclose(s);
   EXPECT_EQ(run({"list", "127.0.0.1:1"}).exit_code, 2);
 }
+
+#ifndef _WIN32
+// The service manager's end of the notify protocol: a datagram socket bound
+// by the test; a message counts only with its sender's credentials.
+class NotifyListener {
+ public:
+  explicit NotifyListener(const std::string &path) : path_(path) {
+    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un a{};
+    a.sun_family = AF_UNIX;
+    std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
+    const int one = 1;
+    setsockopt(fd_, SOL_SOCKET, SO_PASSCRED, &one, sizeof one);
+    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
+  }
+  ~NotifyListener() { close(fd_); }
+  const std::string &path() const { return path_; }
+  // Waits up to 'ms' for a message holding 'line' and answers its sender
+  // (0: none came); every message read is kept in 'seen'.
+  int wait_for(const std::string &line, int ms = 10000) {
+    for (auto t0 = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - t0 < std::chrono::milliseconds(ms);) {
+      pollfd p{fd_, POLLIN, 0};
+      if (poll(&p, 1, 50) <= 0) continue;
+      char buf[4096];
+      iovec iov{buf, sizeof buf};
+      alignas(cmsghdr) char ctl[CMSG_SPACE(sizeof(ucred))];
+      msghdr m{};
+      m.msg_iov = &iov;
+      m.msg_iovlen = 1;
+      m.msg_control = ctl;
+      m.msg_controllen = sizeof ctl;
+      ssize_t n = recvmsg(fd_, &m, 0);
+      cmsghdr *c = CMSG_FIRSTHDR(&m);
+      if (n <= 0 || !c || c->cmsg_type != SCM_CREDENTIALS) continue;
+      ucred cr;
+      std::memcpy(&cr, CMSG_DATA(c), sizeof cr);
+      std::string text(buf, static_cast<size_t>(n));
+      seen += text;
+      if (("\n" + text).find("\n" + line + "\n") != std::string::npos) return cr.pid;
+    }
+    return 0;
+  }
+  std::string seen;
+
+ private:
+  std::string path_;
+  int fd_ = -1;
+};
+
+TEST(Save, ServesUnderTheServiceManager) {
+  lltest::TempDir t;
+  NotifyListener manager(t.file("notify"));
+  put(u8(t.file("src")) / "f", "service");
+  Server srv("NOTIFY_SOCKET=" + manager.path());
+  const int pid = srv.pid();
+  EXPECT_EQ(manager.wait_for("READY=1"), pid) << manager.seen;
+  tooltest::Result saved = run({"save", srv.addr(), t.file("src")});
+  EXPECT_EQ(saved.exit_code, 0) << saved.err;
+  tooltest::Result back = run({"restore", srv.addr(), first_line(saved.out), t.file("back")});
+  EXPECT_EQ(back.exit_code, 0) << back.err;
+  EXPECT_EQ(srv.stop(), 0);
+  EXPECT_EQ(manager.wait_for("STOPPING=1", 2000), pid) << manager.seen;
+  // Handlers never speak to the manager, and a clean stop reports no error.
+  EXPECT_EQ(manager.wait_for("READY=1", 200), 0);
+  EXPECT_EQ(manager.seen.find("EXIT_STATUS"), std::string::npos) << manager.seen;
+}
+
+// The unit folder and the manager's client are the system's own: the test
+// puts folders of its own over them in a private mount namespace, so the
+// machine is left as it was (skipped where no namespace can be made).
+TEST(Save, InstallsAndRemovesItsService) {
+  lltest::TempDir t;
+  fs::create_directories(u8(t.file("units")));
+  t.write("client", "#!/bin/sh\necho \"$*\" >>'" + t.file("calls") + "'\n");
+  t.write("calls", "");
+  fs::permissions(u8(t.file("client")), fs::perms::owner_all);
+  const std::string script =
+      "set -e\n"
+      "cd \"$1\"\n"
+      "touch ns\n"
+      "mount --bind \"$1/units\" /etc/systemd/system || exit 77\n"
+      "mount --bind \"$1/client\" /bin/systemctl || exit 77\n"
+      "\"$2\" serve -ADD --store 'store dir' --listen 127.0.0.1:7441\n"
+      "cp /etc/systemd/system/llocalsave.service unit\n"
+      "\"$2\" serve -rem\n"
+      "ls -A /etc/systemd/system >left\n";
+  t.write("script", script);
+  lltest::RunOptions opts;
+  opts.cwd = t.path();
+  tooltest::Result r = lltest::run_program("/usr/bin/unshare", {"-m", "--propagation", "private", "/bin/sh",
+                                                                 t.file("script"), t.path(), tooltest::tool_path()},
+                                           opts);
+  if (!tooltest::file_exists(t.file("ns")) || r.exit_code == 77) GTEST_SKIP() << "no private mount namespace";
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const std::string unit = t.read("unit");
+  EXPECT_NE(unit.find("Type=notify\n"), std::string::npos) << unit;
+  EXPECT_NE(unit.find("ExecStart=\"" + tooltest::tool_path() + "\" \"serve\" \"--store\" \"" + t.file("store dir") +
+                      "\" \"--listen\" \"127.0.0.1:7441\"\n"),
+            std::string::npos)
+      << unit;
+  EXPECT_EQ(t.read("left"), "");
+  EXPECT_EQ(t.read("calls"), "daemon-reload\nenable -- llocalsave\ndisable -- llocalsave\ndaemon-reload\n");
+}
+#endif
 
 }  // namespace

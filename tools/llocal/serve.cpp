@@ -44,6 +44,18 @@ std::string self_path() {
   return p && *p ? std::string(p) : std::string("llocal");
 }
 
+std::string absolute_path(const char *name) {
+  std::string cwd(4096, '\0');
+  if (!qzmo_getcwd(cwd.data(), static_cast<int>(cwd.size()))) return name;
+  std::string buf(std::strlen(name) + 4100, '\0');  // room for the current folder
+#ifdef _WIN32
+  fullcanon_dirsep(name, buf.data(), cwd.c_str(), '\\');
+#else
+  fullcanon_dirsep(name, buf.data(), cwd.c_str(), '/');
+#endif
+  return buf.c_str();
+}
+
 void on_stop(int) {
   g_stop.store(1);
   qz_socancel();
@@ -315,8 +327,21 @@ int cmd_serve(int argc, char **argv) {
   // "llocal serve" with the words after them.
   if (argc >= 2 && (qzstricmp(argv[1], "-ADD") == 0 || qzstricmp(argv[1], "-REM") == 0)) {
     std::string self = self_path();
+    std::vector<std::string> kept;  // folders made absolute, kept alive for words
+    kept.reserve(static_cast<size_t>(argc));
     std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve")};
-    for (int i = 2; i < argc; ++i) words.push_back(argv[i]);
+    for (int i = 2; i < argc; ++i) {
+      words.push_back(argv[i]);
+      // A service starts in the manager's folder, not the installer's: the
+      // store and the port file are installed as absolute names.
+      static const char *const folders[] = {"--store", "-s", "--port-file", "-p"};
+      bool folder = false;
+      for (const char *f : folders) folder = folder || std::strcmp(argv[i], f) == 0;
+      if (folder && i + 1 < argc) {
+        kept.push_back(absolute_path(argv[++i]));
+        words.push_back(kept.back().data());
+      }
+    }
     words.push_back(nullptr);
     SvcInstalling2(static_cast<int>(words.size()) - 1, words.data(), kServiceName, kServiceDisplay, 1);
     return kOk;
