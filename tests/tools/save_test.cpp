@@ -121,13 +121,25 @@ void raw_send(qz_socket_t s, const std::string &bytes) {
     at += static_cast<size_t>(n);
   }
 }
-// Reads until the server closes; the first byte (a frame type) or -1.
-int raw_reply(qz_socket_t s) {
+// Reads until the server closes; the types of the frames that came.
+std::string reply_types(qz_socket_t s) {
+  std::string got;
   char buf[4096];
-  int first = -1;
-  for (int n; (n = qzrecv(s, buf, sizeof buf, 0)) > 0;)
-    if (first < 0) first = static_cast<unsigned char>(buf[0]);
-  return first;
+  for (int n; (n = qzrecv(s, buf, sizeof buf, 0)) > 0;) got.append(buf, static_cast<size_t>(n));
+  std::string types;
+  for (size_t at = 0; at + 8 <= got.size();) {
+    types += got[at];
+    uint32_t len = 0;
+    for (int i = 0; i < 4; ++i) len |= static_cast<uint32_t>(static_cast<unsigned char>(got[at + 4 + i])) << (8 * i);
+    at += 8 + len;
+  }
+  return types;
+}
+// An entry frame's payload for a file called 'name'.
+std::string entry_payload(const std::string &name) {
+  std::string len(4, '\0');
+  for (int i = 0; i < 4; ++i) len[i] = static_cast<char>(name.size() >> (8 * i));
+  return std::string(1 + 4 + 8 + 8, '\0') + len + name;
 }
 const std::string kHelloSave = std::string("LLSV\x01\0\0\0\x01", 9);
 
@@ -167,19 +179,23 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
   tooltest::Result saved = run({"save", srv.addr(), src.string()});
   ASSERT_EQ(saved.exit_code, 0) << saved.err;
 
-  // A name that climbs out of the save is refused with an error frame.
-  std::string entry = std::string(1, '\0') + std::string(4, '\0') + std::string(16, '\0') + "\x04" + std::string(3, '\0') + "../x";
-  qz_socket_t s = raw_connect(srv.port());
-  raw_send(s, frame(1, kHelloSave) + frame(4, entry));
-  EXPECT_EQ(raw_reply(s), 2);  // OK for the hello, then the error and the end
-  qzsoclose(s);
+  // Names that climb out of the save, or that no file system of either
+  // platform could take, are refused with an error frame.
+  for (const char *name : {"../x", "a/../../x", "..", "/etc/x", "\\x", "C:x", "a\\..\\x", "a//b", "a/", "",
+                           "a\x01", "\xc3(", "a:b"}) {
+    qz_socket_t s = raw_connect(srv.port());
+    raw_send(s, frame(1, kHelloSave) + frame(4, entry_payload(name)) + frame(7, ""));
+    EXPECT_EQ(reply_types(s), "\x02\x03") << name;  // OK for the hello, then the error
+    qzsoclose(s);
+  }
+  qz_socket_t s;
   // A client cut off inside a block, and one sending a frame longer than any allowed.
   s = raw_connect(srv.port());
   raw_send(s, frame(1, kHelloSave) + frame(4, std::string(1, '\0') + std::string(20, '\0') + "\x01\0\0\0f").substr(0, 40));
   qzsoclose(s);
   s = raw_connect(srv.port());
   raw_send(s, std::string("\x04\0\0\0\xff\xff\xff\x7f", 8));
-  EXPECT_EQ(raw_reply(s), -1);
+  EXPECT_EQ(reply_types(s), "");
   qzsoclose(s);
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   // Still one save, nothing half-written beside it.
@@ -208,9 +224,66 @@ TEST(Save, StopEndsTheServerWhileAClientWaits) {
   auto t0 = std::chrono::steady_clock::now();
   EXPECT_EQ(srv.stop(), 0);
   EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(20));
-  EXPECT_EQ(raw_reply(s), 2);  // the hello's answer, then the connection's end
+  EXPECT_EQ(reply_types(s), std::string("\x02")) << "the hello's answer, then the connection's end";
   qzsoclose(s);
   EXPECT_EQ(run({"list", "127.0.0.1:1"}).exit_code, 2);
+}
+
+TEST(Save, AClientKilledHalfWayLeavesNoSave) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "big.bin", tooltest::lcg_bytes(100 << 20, 5));
+  Server srv;
+  std::vector<std::string> words = {tooltest::tool_path(), "save", srv.addr(), t.file("src")};
+  std::vector<char *> argv;
+  for (auto &w : words) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  int pid = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+  ASSERT_GT(pid, 0);
+  // Killed once the server holds a few megabytes of the save.
+  uintmax_t held = 0;
+  for (int i = 0; i < 2000 && held < (4u << 20); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    for (const std::string &n : tooltest::list_dir(srv.store())) {
+      std::error_code ec;
+      uintmax_t size = fs::file_size(u8(srv.store()) / u8(n) / "data", ec);
+      if (!ec && n.rfind(".partial-", 0) == 0) held = size;
+    }
+  }
+  EXPECT_GE(held, 4u << 20);
+  EXPECT_EQ(kill(pid, 9), 0);
+  int status = 0;
+  EXPECT_EQ(waitchild(pid, &status, 0), pid);
+  std::vector<std::string> left;
+  for (int i = 0; i < 500; ++i) {
+    left = tooltest::list_dir(srv.store());
+    if (left.empty()) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_TRUE(left.empty()) << left[0];
+  EXPECT_EQ(run({"list", srv.addr()}).out, "");
+}
+
+// The store folder replaced by a file: saves fail with the reason, the server
+// keeps serving, and the saves it held are all there once it is back.
+TEST(Save, AStoreThatCannotBeWrittenFailsOnlyTheSave) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "f", "kept");
+  Server srv;
+  tooltest::Result first = run({"save", srv.addr(), t.file("src")});
+  ASSERT_EQ(first.exit_code, 0) << first.err;
+  fs::rename(u8(srv.store()), u8(t.file("away")));
+  put(u8(srv.store()), "not a folder");
+  tooltest::Result r = run({"save", srv.addr(), t.file("src")});
+  EXPECT_EQ(r.exit_code, 2);
+  EXPECT_NE(r.err.find("cannot make"), std::string::npos) << r.err;
+  fs::remove(u8(srv.store()));
+  fs::rename(u8(t.file("away")), u8(srv.store()));
+  r = run({"save", srv.addr(), t.file("src")});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  r = run({"restore", srv.addr(), first_line(first.out), t.file("back")});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(tooltest::read_file(t.file("back") + "/src/f"), "kept");
+  EXPECT_EQ(srv.stop(), 0);
 }
 
 #ifndef _WIN32

@@ -259,11 +259,21 @@ bool Conn::recv(proto::Frame &f, std::string &why) {
   return true;
 }
 
+bool Conn::readable() {
+  qz_fd_set set;
+  QZ_FD_ZERO(&set);
+  QZ_FD_SET(s_, &set);
+  timeval tv{0, 0};
+  return qz_select(0, &set, nullptr, nullptr, &tv) > 0;
+}
+
 void Conn::fail(uint32_t code, const std::string &text) {
   proto::Writer w;
   w.u32(code);
   w.bytes(text.data(), text.size() > 1024 ? 1024 : text.size());
   (void)send(proto::kError, w);
+  if (s_ != QZ_INVALID_SOCKET) qzsocloselinger(s_);
+  s_ = QZ_INVALID_SOCKET;
 }
 
 }  // namespace llocal::net

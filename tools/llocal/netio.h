@@ -40,7 +40,11 @@ class Conn {
   // frame (why says which), after idle_ms without a byte, or when the
   // process's sockets were cancelled (errno EINTR).
   bool recv(proto::Frame &f, std::string &why);
-  // Sends an error frame (best effort).
+  // True when the peer has sent something (or closed) that is not read yet.
+  bool readable();
+  // Sends an error frame (best effort) and closes gracefully: what the peer
+  // still sends is read and dropped for a while, so that the error frame is
+  // not lost to a reset.
   void fail(uint32_t code, const std::string &text);
   void close();
 

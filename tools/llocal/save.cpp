@@ -58,7 +58,12 @@ class Meter {
   }
 
  private:
-  static long long clock_ms() { return static_cast<long long>(std::clock()) * 1000 / CLOCKS_PER_SEC; }
+  // Wall time: the rate a user sees, not the processor time spent.
+  static long long clock_ms() {
+    timeval tv{};
+    gettimeofday(&tv, nullptr);
+    return static_cast<long long>(tv.tv_sec) * 1000 + tv.tv_usec / 1000;
+  }
   bool active_, drawn_ = false;
   long long start_, last_ = 0;
   uint64_t files_ = 0, bytes_ = 0;
@@ -220,6 +225,8 @@ class Sender {
       qz_mtx_unlock(m_);
       if (!j) return ok_;
       if (ok_) ok_ = c_.send_raw(j->out.data(), j->out.size());
+      // The server speaks during a save only to refuse it: stop sending then.
+      if (ok_ && ++sent_ % 64 == 0 && c_.readable()) ok_ = false;
       qz_mtx_lock(m_);
       spare_.push_back(j);
       qz_mtx_unlock(m_);
@@ -260,6 +267,7 @@ class Sender {
   std::vector<Job *> spare_;
   Job *next_ = nullptr;
   bool stop_ = false, ok_ = true;
+  unsigned sent_ = 0;
 };
 
 // ---------------------------------------------------------------- save
@@ -434,8 +442,9 @@ int cmd_save(int argc, char **argv) {
   s.meter.done();
   Frame f;
   std::string why;
-  if (s.broken || !s.out.frame(proto::kEnd, nullptr, 0) || !s.out.flush() || !conn->recv(f, why) ||
-      f.type != proto::kSaved) {
+  bool sent = !s.broken && s.out.frame(proto::kEnd, nullptr, 0) && s.out.flush();
+  // A save the server refused ends with its error frame: read it for the reason.
+  if (!conn->recv(f, why) || f.type != proto::kSaved || !sent) {
     std::string text = f.type == proto::kError ? error_text(f) : why.empty() ? "connection ended" : why;
     error(msg(86, "the save failed: %s\n"), text.c_str());
     return kUsage;
