@@ -21,8 +21,8 @@ done
 
 step "linux-tsan: build and run the threaded tests"
 cmake --preset linux-tsan -DLL_TOOLS=OFF >/dev/null
-cmake --build --preset linux-tsan -j "$jobs" --target test_proc test_frame
-TSAN_OPTIONS=halt_on_error=1 ctest --preset linux-tsan -j "$jobs" -L 'proc|frame'
+cmake --build --preset linux-tsan -j "$jobs" --target test_proc test_frame test_net test_cluster
+TSAN_OPTIONS=halt_on_error=1 ctest --preset linux-tsan -j "$jobs" -L 'proc|frame|net|cluster'
 
 step "windows: build"
 cmake --preset windows >/dev/null

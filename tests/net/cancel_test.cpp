@@ -154,3 +154,26 @@ TEST(Cancel, AStreamThatIsNotCancelledLosesNoByte) {
 }
 
 }  // namespace
+
+namespace {
+
+// Closing a socket that another thread waits on ends that wait with an error.
+TEST(Cancel, ClosingTheSocketEndsAWaitingAccept) {
+  sockaddr_in addr;
+  qz_socket_t l = listener(&addr);
+  std::atomic<bool> started{false};
+  qz_socket_t got = 0;
+  std::thread t([&] {
+    started = true;
+    got = qzaccept(l, nullptr, nullptr);
+  });
+  while (!started) nap(1);
+  nap(200);
+  auto t0 = Clock::now();
+  EXPECT_EQ(qzsoclose(l), 0);
+  t.join();
+  EXPECT_EQ(got, QZ_INVALID_SOCKET);
+  EXPECT_LT(ms_since(t0), 5000);
+}
+
+}  // namespace

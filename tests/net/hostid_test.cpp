@@ -17,6 +17,7 @@
 #include <liblocal/hostid.h>
 
 extern "C" void llt_hostid_clock(int64_t (*clock)(void));
+extern "C" void llt_clu_force_type(int type);
 extern "C" void llt_hostid_resolver(void *(*byname)(const char *), void *(*byaddr)(const char *, int, int));
 
 using namespace nettest;
@@ -77,29 +78,33 @@ void *by_addr(const char *addr, int len, int) {
   return it == g_by_addr.end() ? nullptr : build(it->second);
 }
 
+// Installs the small name service and the test clock; returns the host name.
+std::string install_fake() {
+  char buf[256] = {};
+  system_hostname(buf, sizeof buf);
+  std::string self = buf;
+  g_calls.clear();
+  g_by_name = {
+      {self, {"self.example", {self}, {0x0A090909}}},
+      {"self.example", {"self.example", {self}, {0x0A090909}}},
+      {"alpha", {"alpha.example", {"alpha"}, {0x0A000001}}},
+      {"beta", {"shared.example", {"beta"}, {}}},
+      {"gamma", {"shared.example", {"gamma"}, {}}},
+      {"noaddr", {"noaddr.example", {}, {}}},
+  };
+  g_by_addr = {
+      {0x0A000001, {"alpha.example", {"alpha-if"}, {0x0A000001}}},
+      {0x7F000001, {"localhost", {}, {0x7F000001}}},
+  };
+  llt_hostid_clock(test_clock);
+  llt_hostid_resolver(by_name, by_addr);
+  return self;
+}
+
 class HostId : public testing::Test {
  protected:
   std::string self;
-  void SetUp() override {
-    char buf[256] = {};
-    ASSERT_EQ(system_hostname(buf, sizeof buf), 0);
-    self = buf;
-    g_calls.clear();
-    g_by_name = {
-        {self, {"self.example", {self}, {0x0A090909}}},
-        {"self.example", {"self.example", {self}, {0x0A090909}}},
-        {"alpha", {"alpha.example", {"alpha"}, {0x0A000001}}},
-        {"beta", {"shared.example", {"beta"}, {}}},
-        {"gamma", {"shared.example", {"gamma"}, {}}},
-        {"noaddr", {"noaddr.example", {}, {}}},
-    };
-    g_by_addr = {
-        {0x0A000001, {"alpha.example", {"alpha-if"}, {0x0A000001}}},
-        {0x7F000001, {"localhost", {}, {0x7F000001}}},
-    };
-    llt_hostid_clock(test_clock);
-    llt_hostid_resolver(by_name, by_addr);
-  }
+  void SetUp() override { self = install_fake(); }
   void TearDown() override {
     llt_hostid_resolver(nullptr, nullptr);
     llt_hostid_clock(nullptr);
@@ -186,6 +191,26 @@ TEST_F(HostId, LocalNames) {
   sockaddr_in b{};
   __qzmo_get_myaddress(reinterpret_cast<sockaddr *>(&b));
   EXPECT_EQ(std::memcmp(&a, &b, sizeof a), 0);
+}
+
+// On a cluster node this machine's names are rebuilt every 30 seconds, and
+// not from the interface addresses (a virtual host's address may be there).
+LLTEST_CHILD(hostid_cluster_node) {
+  install_fake();
+  llt_clu_force_type(2);
+  if (is_myname("localhost") != 1) return 1;
+  int built = g_calls["self.example"];
+  if (g_calls["#2130706433"] != 0) return 2;
+  g_now += 29;
+  is_myname("localhost");
+  if (g_calls["self.example"] != built) return 3;
+  g_now += 2;
+  is_myname("localhost");
+  return g_calls["self.example"] == built + 1 ? 0 : 4;
+}
+
+TEST(HostIdSystem, LocalNamesLiveThirtySecondsOnAClusterNode) {
+  EXPECT_EQ(lltest::run_child("hostid_cluster_node").exit_code, 0);
 }
 
 TEST(HostIdSystem, OwnAddressesComeFromTheInterfaces) {

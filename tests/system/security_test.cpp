@@ -267,6 +267,22 @@ LLTEST_CHILD(security_as_nobody) {
   return 0;
 }
 
+// Start-up enables (here: reports) the privileges; an ordinary user holds none.
+LLTEST_CHILD(init_as_nobody) {
+  if (setgid(65534) != 0 || setuid(65534) != 0) return 90;
+  liblvars_set_debug(3);
+  qzinit("llt_security");
+  return 0;
+}
+
+TEST(Privileges, StartUpReportsWhatAnOrdinaryUserLacks) {
+  const lltest::ChildResult r = lltest::run_child("init_as_nobody");
+  EXPECT_EQ(r.exit_code, 0);
+  const std::string all = r.out + r.err;
+  EXPECT_NE(all.find("privilege SeBackupPrivilege not held"), std::string::npos) << all;
+  EXPECT_NE(all.find("privilege SeTakeOwnershipPrivilege not held"), std::string::npos) << all;
+}
+
 TEST(KernelObject, GrantOpensASharedObjectToAnOrdinaryUser) {
   int fd = shm_open(kShm.c_str(), O_RDWR | O_CREAT | O_EXCL, 0600);
   ASSERT_GE(fd, 0);

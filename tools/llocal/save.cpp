@@ -162,6 +162,7 @@ class Sender {
     qz_mtx_destroy(m_);
     for (Job *j : order_) delete j;
     for (Job *j : spare_) delete j;
+    delete next_;
   }
   Sender(const Sender &) = delete;
   Sender &operator=(const Sender &) = delete;

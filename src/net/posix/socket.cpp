@@ -120,6 +120,7 @@ int wait_one(int s, short events, const Held &h) noexcept {
 struct Borrowed {
   int users;
   bool blocking_after;  // the mode to restore when the last user leaves
+  bool closed = false;  // closed under its users: the number may be reused
 };
 std::mutex g_mode_mu;
 std::unordered_map<int, Borrowed> g_borrowed;
@@ -132,6 +133,13 @@ bool borrow(int s, bool *failed) noexcept {
   std::lock_guard<std::mutex> lock(g_mode_mu);
   auto it = g_borrowed.find(s);
   if (it != g_borrowed.end()) {
+    if (it->second.closed) {
+      // A new descriptor with the number of one closed under a waiting call.
+      *failed = true;
+      errno = EBADF;
+      fail();
+      return false;
+    }
     if (!it->second.blocking_after) return false;
     ++it->second.users;
     return true;
@@ -159,10 +167,10 @@ void give_back(int s) noexcept {
   std::lock_guard<std::mutex> lock(g_mode_mu);
   auto it = g_borrowed.find(s);
   if (it != g_borrowed.end() && --it->second.users == 0) {
-    bool blocking = it->second.blocking_after;
+    bool restore = it->second.blocking_after && !it->second.closed;
     g_borrowed.erase(it);
-    int fl = ::fcntl(s, F_GETFL);
-    if (fl >= 0 && blocking) ::fcntl(s, F_SETFL, fl & ~O_NONBLOCK);
+    int fl = restore ? ::fcntl(s, F_GETFL) : -1;
+    if (fl >= 0) ::fcntl(s, F_SETFL, fl & ~O_NONBLOCK);
   }
   errno = saved;
 }
@@ -307,7 +315,19 @@ int select(qz_fd_set *rs, qz_fd_set *ws, qz_fd_set *es, const timeval *timeout) 
   return ready;
 }
 
-int close(qz_socket_t s) noexcept { return ::close(s) < 0 ? fail() : 0; }
+int close(qz_socket_t s) noexcept {
+  {
+    // Calls of other threads blocked on this socket are woken (shut down,
+    // they fail) rather than left waiting on a descriptor that is gone.
+    std::lock_guard<std::mutex> lock(g_mode_mu);
+    auto it = g_borrowed.find(s);
+    if (it != g_borrowed.end() && !it->second.closed) {
+      it->second.closed = true;
+      ::shutdown(s, SHUT_RDWR);
+    }
+  }
+  return ::close(s) < 0 ? fail() : 0;
+}
 
 int bind(qz_socket_t s, const sockaddr *name, qz_socklen_t len) noexcept {
   return ::bind(s, name, len) < 0 ? fail() : 0;

@@ -2,6 +2,7 @@
 // resolver (its answers are copied to the calling thread's storage at once),
 // the IP helper's address table, and the TCP/IP registry values of the bound
 // devices when the IP helper is missing.
+#include "frame/optional.h"
 #include "frame/win32/win.h"
 
 #include <cerrno>
@@ -42,10 +43,8 @@ bool g_no_iphelper = false;  // test seam: act as if the IP helper were missing
 // The IP helper's table: MIB_IPADDRTABLE, read through its documented layout.
 int from_iphelper(std::vector<uint32_t> &out) {
   if (g_no_iphelper) return 0;
-  HMODULE m = LoadLibraryW(L"iphlpapi.dll");
-  if (!m) return 0;
   using Fn = DWORD(WINAPI *)(void *, ULONG *, BOOL);
-  auto fn = reinterpret_cast<Fn>(reinterpret_cast<void *>(GetProcAddress(m, "GetIpAddrTable")));
+  auto fn = reinterpret_cast<Fn>(ll::optional::get(ll::optional::kGetIpAddrTable));
   if (!fn) return 0;
   ULONG size = 0;
   if (fn(nullptr, &size, FALSE) != ERROR_INSUFFICIENT_BUFFER || size == 0) return 0;

@@ -113,6 +113,7 @@ struct SockState {
   int users = 0;             // blocking calls running under event selection
   HANDLE event = nullptr;    // their shared socket event
   long events = 0;
+  bool closed = false;       // closed under its users: the value may be reused
 };
 std::mutex g_mode_mu;
 std::unordered_map<SOCKET, SockState> g_state;
@@ -129,6 +130,11 @@ bool borrow(SOCKET s, long events, HANDLE *ev, bool *failed) noexcept {
   } catch (...) {
     *failed = true;
     errno = QZ_EWOULDBLOCK;
+    return false;
+  }
+  if (st->closed) {
+    *failed = true;
+    fail_with(WSAENOTSOCK);
     return false;
   }
   if (st->nonblocking) return false;
@@ -157,8 +163,13 @@ void give_back(SOCKET s) noexcept {
   std::lock_guard<std::mutex> lock(g_mode_mu);
   auto it = g_state.find(s);
   if (it != g_state.end() && --it->second.users == 0) {
-    WSAEventSelect(s, nullptr, 0);
     CloseHandle(it->second.event);
+    if (it->second.closed) {
+      g_state.erase(it);
+      WSASetLastError(saved);
+      return;
+    }
+    WSAEventSelect(s, nullptr, 0);
     it->second.event = nullptr;
     it->second.events = 0;
     u_long mode = it->second.nonblocking ? 1 : 0;
@@ -371,7 +382,17 @@ int select(qz_fd_set *rs, qz_fd_set *ws, qz_fd_set *es, const timeval *timeout) 
 
 int close(qz_socket_t s) noexcept {
   if (closesocket(s) != 0) return fail();
-  forget(s);
+  // Calls of other threads waiting on this socket's event are woken: they
+  // retry, find the socket gone and fail.
+  std::lock_guard<std::mutex> lock(g_mode_mu);
+  auto it = g_state.find(s);
+  if (it == g_state.end()) return 0;
+  if (it->second.users == 0) {
+    g_state.erase(it);
+  } else {
+    it->second.closed = true;
+    SetEvent(it->second.event);
+  }
   return 0;
 }
 
