@@ -34,13 +34,15 @@ fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.e
 // A save server in a temporary store, on a free loopback port.
 class Server {
  public:
-  // 'env' (NAME=VALUE) is added to the server's environment.
-  explicit Server(const std::string &env = "") {
+  // 'words' are added to the command line, 'env' (NAME=VALUE) to the
+  // server's environment.
+  explicit Server(const std::vector<std::string> &more = {}, const std::string &env = "") {
     store_ = dir_.file("store");
     std::string port_file = dir_.file("port");
     std::string tool = tooltest::tool_path();
-    std::vector<std::string> words = {tool, "serve", "--store", store_, "--listen", "127.0.0.1:0", "--port-file",
-                                      port_file};
+    std::vector<std::string> words = {tool,       "serve",       "--store",     store_,
+                                      "--listen", "127.0.0.1:0", "--port-file", port_file};
+    words.insert(words.end(), more.begin(), more.end());
     std::vector<char *> argv;
     for (auto &w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
@@ -181,8 +183,8 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
 
   // Names that climb out of the save, or that no file system of either
   // platform could take, are refused with an error frame.
-  for (const char *name : {"../x", "a/../../x", "..", "/etc/x", "\\x", "C:x", "a\\..\\x", "a//b", "a/", "",
-                           "a\x01", "\xc3(", "a:b"}) {
+  for (const char *name :
+       {"../x", "a/../../x", "..", "/etc/x", "\\x", "C:x", "a\\..\\x", "a//b", "a/", "", "a\x01", "\xc3(", "a:b"}) {
     qz_socket_t s = raw_connect(srv.port());
     raw_send(s, frame(1, kHelloSave) + frame(4, entry_payload(name)) + frame(7, ""));
     EXPECT_EQ(reply_types(s), "\x02\x03") << name;  // OK for the hello, then the error
@@ -191,7 +193,8 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
   qz_socket_t s;
   // A client cut off inside a block, and one sending a frame longer than any allowed.
   s = raw_connect(srv.port());
-  raw_send(s, frame(1, kHelloSave) + frame(4, std::string(1, '\0') + std::string(20, '\0') + "\x01\0\0\0f").substr(0, 40));
+  raw_send(s,
+           frame(1, kHelloSave) + frame(4, std::string(1, '\0') + std::string(20, '\0') + "\x01\0\0\0f").substr(0, 40));
   qzsoclose(s);
   s = raw_connect(srv.port());
   raw_send(s, std::string("\x04\0\0\0\xff\xff\xff\x7f", 8));
@@ -216,51 +219,59 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
   EXPECT_NE(r.err.find("no such save"), std::string::npos) << r.err;
 }
 
+// Connections served by child processes (POSIX) and by threads (Windows,
+// and POSIX on request).
+const std::vector<std::vector<std::string>> kModes = {{}, {"--threads"}};
+
 TEST(Save, StopEndsTheServerWhileAClientWaits) {
-  Server srv;
-  qz_socket_t s = raw_connect(srv.port());
-  raw_send(s, frame(1, kHelloSave));  // then silence
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  auto t0 = std::chrono::steady_clock::now();
-  EXPECT_EQ(srv.stop(), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(20));
-  EXPECT_EQ(reply_types(s), std::string("\x02")) << "the hello's answer, then the connection's end";
-  qzsoclose(s);
+  for (const auto &mode : kModes) {
+    Server srv(mode);
+    qz_socket_t s = raw_connect(srv.port());
+    raw_send(s, frame(1, kHelloSave));  // then silence
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(srv.stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(20));
+    EXPECT_EQ(reply_types(s), std::string("\x02")) << "the hello's answer, then the connection's end";
+    qzsoclose(s);
+  }
   EXPECT_EQ(run({"list", "127.0.0.1:1"}).exit_code, 2);
 }
 
 TEST(Save, AClientKilledHalfWayLeavesNoSave) {
   lltest::TempDir t;
   put(u8(t.file("src")) / "big.bin", tooltest::lcg_bytes(100 << 20, 5));
-  Server srv;
-  std::vector<std::string> words = {tooltest::tool_path(), "save", srv.addr(), t.file("src")};
-  std::vector<char *> argv;
-  for (auto &w : words) argv.push_back(w.data());
-  argv.push_back(nullptr);
-  int pid = spawn(0, argv.data(), nullptr, nullptr, nullptr);
-  ASSERT_GT(pid, 0);
-  // Killed once the server holds a few megabytes of the save.
-  uintmax_t held = 0;
-  for (int i = 0; i < 2000 && held < (4u << 20); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    for (const std::string &n : tooltest::list_dir(srv.store())) {
-      std::error_code ec;
-      uintmax_t size = fs::file_size(u8(srv.store()) / u8(n) / "data", ec);
-      if (!ec && n.rfind(".partial-", 0) == 0) held = size;
+  for (const auto &mode : kModes) {
+    Server srv(mode);
+    std::vector<std::string> words = {tooltest::tool_path(), "save", srv.addr(), t.file("src")};
+    std::vector<char *> argv;
+    for (auto &w : words) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    int pid = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    ASSERT_GT(pid, 0);
+    // Killed once the server holds a few megabytes of the save.
+    uintmax_t held = 0;
+    for (int i = 0; i < 2000 && held < (4u << 20); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      for (const std::string &n : tooltest::list_dir(srv.store())) {
+        std::error_code ec;
+        uintmax_t size = fs::file_size(u8(srv.store()) / u8(n) / "data", ec);
+        if (!ec && n.rfind(".partial-", 0) == 0) held = size;
+      }
     }
+    EXPECT_GE(held, 4u << 20);
+    EXPECT_EQ(kill(pid, 9), 0);
+    int status = 0;
+    EXPECT_EQ(waitchild(pid, &status, 0), pid);
+    std::vector<std::string> left;
+    for (int i = 0; i < 500; ++i) {
+      left = tooltest::list_dir(srv.store());
+      if (left.empty()) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(left.empty()) << left[0];
+    EXPECT_EQ(run({"list", srv.addr()}).out, "");
   }
-  EXPECT_GE(held, 4u << 20);
-  EXPECT_EQ(kill(pid, 9), 0);
-  int status = 0;
-  EXPECT_EQ(waitchild(pid, &status, 0), pid);
-  std::vector<std::string> left;
-  for (int i = 0; i < 500; ++i) {
-    left = tooltest::list_dir(srv.store());
-    if (left.empty()) break;
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_TRUE(left.empty()) << left[0];
-  EXPECT_EQ(run({"list", srv.addr()}).out, "");
 }
 
 // The store folder replaced by a file: saves fail with the reason, the server
@@ -305,7 +316,8 @@ class NotifyListener {
   // Waits up to 'ms' for a message holding 'line' and answers its sender
   // (0: none came); every message read is kept in 'seen'.
   int wait_for(const std::string &line, int ms = 10000) {
-    for (auto t0 = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - t0 < std::chrono::milliseconds(ms);) {
+    for (auto t0 = std::chrono::steady_clock::now();
+         std::chrono::steady_clock::now() - t0 < std::chrono::milliseconds(ms);) {
       pollfd p{fd_, POLLIN, 0};
       if (poll(&p, 1, 50) <= 0) continue;
       char buf[4096];
@@ -338,7 +350,7 @@ TEST(Save, ServesUnderTheServiceManager) {
   lltest::TempDir t;
   NotifyListener manager(t.file("notify"));
   put(u8(t.file("src")) / "f", "service");
-  Server srv("NOTIFY_SOCKET=" + manager.path());
+  Server srv({}, "NOTIFY_SOCKET=" + manager.path());
   const int pid = srv.pid();
   EXPECT_EQ(manager.wait_for("READY=1"), pid) << manager.seen;
   tooltest::Result saved = run({"save", srv.addr(), t.file("src")});
@@ -374,9 +386,9 @@ TEST(Save, InstallsAndRemovesItsService) {
   t.write("script", script);
   lltest::RunOptions opts;
   opts.cwd = t.path();
-  tooltest::Result r = lltest::run_program("/usr/bin/unshare", {"-m", "--propagation", "private", "/bin/sh",
-                                                                 t.file("script"), t.path(), tooltest::tool_path()},
-                                           opts);
+  tooltest::Result r = lltest::run_program(
+      "/usr/bin/unshare",
+      {"-m", "--propagation", "private", "/bin/sh", t.file("script"), t.path(), tooltest::tool_path()}, opts);
   if (!tooltest::file_exists(t.file("ns")) || r.exit_code == 77) GTEST_SKIP() << "no private mount namespace";
   ASSERT_EQ(r.exit_code, 0) << r.err;
   const std::string unit = t.read("unit");

@@ -225,16 +225,43 @@ int serve_connection(qz_socket_t sock, const std::string &store_dir) {
 
 // ---------------------------------------------------------------- the daemon
 
+// Windows serves each connection on a thread of the daemon: a socket a child
+// inherits as its standard input reads there, but sends and socket options
+// on it fail with "not a socket" (seen under the Wine the library is tested
+// on), and a process start costs tens of milliseconds there against a
+// fraction of one for a thread. POSIX keeps a child per connection.
+#ifdef _WIN32
+constexpr bool kThreadsByDefault = true;
+#else
+constexpr bool kThreadsByDefault = false;
+#endif
+
 struct ServeOptions {
   std::string store, listen = kDefaultListen, port_file;
   bool child = false;  // serve the connection on standard input and output
+  bool threads = kThreadsByDefault;
 };
+
+// A connection handed to a thread of the daemon.
+struct Handed {
+  qz_socket_t sock;
+  std::string store;
+};
+
+void *handler_thread(void *arg) {
+  std::unique_ptr<Handed> h(static_cast<Handed *>(arg));
+  serve_connection(h->sock, h->store);
+  h.reset();
+  T_threadexit();
+  return nullptr;
+}
 
 // Long option words of serve, turned into the letters getopt reads.
 void short_options(int argc, char **argv) {
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--") == 0) break;
-    static const char *const longs[][2] = {{"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}};
+    static const char *const longs[][2] = {
+        {"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}, {"--threads", "-T"}};
     for (const auto &l : longs)
       if (std::strcmp(argv[i], l[0]) == 0) argv[i] = const_cast<char *>(l[1]);
   }
@@ -277,12 +304,23 @@ int run_daemon(const ServeOptions &o, const char *self) {
   eventprintf(QZ_EVENT_INFORMATION, 0, "save server listening on port %d", addr.port);
 
   int children = 0;
-  auto reap = [&children](bool block) {
+  std::vector<qz_thr_t *> threads;
+  auto reap = [&children, &threads](bool block) {
     int status = 0;
     while (children > 0) {
       int id = waitchild(-1, &status, block ? 0 : QZ_WAIT_NOHANG);
       if (id <= 0) break;
       --children;
+    }
+    for (size_t i = 0; i < threads.size();) {
+      int nowait = 1;
+      qz_thr_wait(threads[i], nullptr, &nowait);
+      if (nowait) {
+        qz_thr_destroy(threads[i]);
+        threads.erase(threads.begin() + static_cast<std::ptrdiff_t>(i));
+      } else {
+        ++i;
+      }
     }
   };
   while (!g_stop.load()) {
@@ -295,6 +333,18 @@ int run_daemon(const ServeOptions &o, const char *self) {
     if (r <= 0) continue;
     qz_socket_t c = qzaccept(ls, nullptr, nullptr);
     if (c == QZ_INVALID_SOCKET) continue;
+    if (o.threads) {
+      qz_thr_t *t = nullptr;
+      auto *h = new Handed{c, o.store};
+      if (qz_thr_create(&t, handler_thread, h)) {
+        threads.push_back(t);
+      } else {
+        delete h;
+        qzsoclose(c);
+        error(msg(92, "cannot start a connection handler: %s\n"), errno_text());
+      }
+      continue;
+    }
     // The child starts with the connection as its standard input and
     // output: the library's start-up closes every other descriptor a program
     // inherits.
@@ -314,6 +364,14 @@ int run_daemon(const ServeOptions &o, const char *self) {
   // Children still receiving are asked to stop; those sending finish quickly.
   if (children > 0) kill(0, 15);
   reap(true);
+  // Threads still receiving are released from their wait by a cancel; one
+  // that was between two waits meets the next cancel. A thread still stuck
+  // after ten seconds (a client that reads nothing) ends with the process.
+  for (int i = 0; i < 100 && !threads.empty(); ++i) {
+    qz_socancel();
+    delay(100);
+    reap(false);
+  }
   eventprintf(QZ_EVENT_INFORMATION, 0, "save server stopped");
   if (service) StopThisService(nullptr, 0);
   return kOk;
@@ -347,7 +405,7 @@ int cmd_serve(int argc, char **argv) {
     return kOk;
   }
   short_options(argc, argv);
-  Options opts(argc, argv, "s:l:p:Ch");
+  Options opts(argc, argv, "s:l:p:CTh");
   ServeOptions o;
   for (int c; (c = opts.next()) != -1;) {
     switch (c) {
@@ -355,6 +413,7 @@ int cmd_serve(int argc, char **argv) {
       case 'l': o.listen = opts.arg(); break;
       case 'p': o.port_file = opts.arg(); break;
       case 'C': o.child = true; break;
+      case 'T': o.threads = true; break;
       case 'h': return help(cmd);
       default: return opts.bad_option(cmd);
     }
