@@ -393,7 +393,7 @@ TEST(Save, InstallsAndRemovesItsService) {
   ASSERT_EQ(r.exit_code, 0) << r.err;
   const std::string unit = t.read("unit");
   EXPECT_NE(unit.find("Type=notify\n"), std::string::npos) << unit;
-  EXPECT_NE(unit.find("ExecStart=\"" + tooltest::tool_path() + "\" \"serve\" \"--store\" \"" + t.file("store dir") +
+  EXPECT_NE(unit.find("ExecStart=\"" + tooltest::tool_path() + "\" \"serve\" \"--service\" \"--store\" \"" + t.file("store dir") +
                       "\" \"--listen\" \"127.0.0.1:7441\"\n"),
             std::string::npos)
       << unit;

@@ -240,6 +240,7 @@ struct ServeOptions {
   std::string store, listen = kDefaultListen, port_file;
   bool child = false;  // serve the connection on standard input and output
   bool threads = kThreadsByDefault;
+  bool service = false;  // the command line installed for the service manager
 };
 
 // A connection handed to a thread of the daemon.
@@ -261,7 +262,7 @@ void short_options(int argc, char **argv) {
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--") == 0) break;
     static const char *const longs[][2] = {
-        {"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}, {"--threads", "-T"}};
+        {"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}, {"--threads", "-T"}, {"--service", "-R"}};
     for (const auto &l : longs)
       if (std::strcmp(argv[i], l[0]) == 0) argv[i] = const_cast<char *>(l[1]);
   }
@@ -387,7 +388,7 @@ int cmd_serve(int argc, char **argv) {
     std::string self = self_path();
     std::vector<std::string> kept;  // folders made absolute, kept alive for words
     kept.reserve(static_cast<size_t>(argc));
-    std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve")};
+    std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve"), const_cast<char *>("--service")};
     for (int i = 2; i < argc; ++i) {
       words.push_back(argv[i]);
       // A service starts in the manager's folder, not the installer's: the
@@ -405,7 +406,7 @@ int cmd_serve(int argc, char **argv) {
     return kOk;
   }
   short_options(argc, argv);
-  Options opts(argc, argv, "s:l:p:CTh");
+  Options opts(argc, argv, "s:l:p:CRTh");
   ServeOptions o;
   for (int c; (c = opts.next()) != -1;) {
     switch (c) {
@@ -414,12 +415,19 @@ int cmd_serve(int argc, char **argv) {
       case 'p': o.port_file = opts.arg(); break;
       case 'C': o.child = true; break;
       case 'T': o.threads = true; break;
+      case 'R': o.service = true; break;
       case 'h': return help(cmd);
       default: return opts.bad_option(cmd);
     }
   }
   if (!opts.operands().empty()) return usage_error(cmd, "%s", msg(94, "unexpected operand\n"));
   if (o.store.empty()) return usage_error(cmd, "%s", msg(95, "the store folder is required (--store DIR)\n"));
+#ifdef _WIN32
+  // The library tells a Windows service from a console program by the
+  // absence of the profile's HOMEDRIVE, which some systems (Wine among them)
+  // give services too. The installed command line says what the process is.
+  if (o.service) qzputenv("HOMEDRIVE=");
+#endif
   if (o.child) {
     regevent(9, on_stop);
     return serve_connection(stdin_socket(), o.store);
