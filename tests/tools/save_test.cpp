@@ -12,6 +12,7 @@
 #include <thread>
 
 #ifdef _WIN32
+#include <windows.h>
 #include <winsock2.h>
 #else
 #include <netinet/in.h>
@@ -393,12 +394,50 @@ TEST(Save, InstallsAndRemovesItsService) {
   ASSERT_EQ(r.exit_code, 0) << r.err;
   const std::string unit = t.read("unit");
   EXPECT_NE(unit.find("Type=notify\n"), std::string::npos) << unit;
-  EXPECT_NE(unit.find("ExecStart=\"" + tooltest::tool_path() + "\" \"serve\" \"--service\" \"--store\" \"" + t.file("store dir") +
-                      "\" \"--listen\" \"127.0.0.1:7441\"\n"),
+  EXPECT_NE(unit.find("ExecStart=\"" + tooltest::tool_path() + "\" \"serve\" \"--service\" \"--store\" \"" +
+                      t.file("store dir") + "\" \"--listen\" \"127.0.0.1:7441\"\n"),
             std::string::npos)
       << unit;
   EXPECT_EQ(t.read("left"), "");
   EXPECT_EQ(t.read("calls"), "daemon-reload\nenable -- llocalsave\ndisable -- llocalsave\ndaemon-reload\n");
+}
+#endif
+
+#ifdef _WIN32
+// A real service: installed with -ADD, started by the service control
+// manager, a save and a restore through it, stopped by the manager with a
+// clean exit code, removed with -REM.
+TEST(Save, RunsAsAWindowsService) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "f", "service");
+  const std::string port_file = t.file("port");
+  run({"serve", "-REM"});  // left over from an earlier run
+  tooltest::Result add =
+      run({"serve", "-ADD", "--store", t.file("store"), "--listen", "127.0.0.1:0", "--port-file", port_file});
+  ASSERT_EQ(add.exit_code, 0) << add.err;
+  EXPECT_EQ(start_service("llocalsave", 60), 0);
+  for (int i = 0; i < 500 && !tooltest::file_exists(port_file); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  const std::string addr = "127.0.0.1:" + std::to_string(std::atoi(tooltest::read_file(port_file).c_str()));
+  tooltest::Result saved = run({"save", addr, t.file("src")});
+  EXPECT_EQ(saved.exit_code, 0) << saved.err;
+  tooltest::Result back = run({"restore", addr, first_line(saved.out), t.file("back")});
+  EXPECT_EQ(back.exit_code, 0) << back.err;
+  EXPECT_EQ(tooltest::read_file(t.file("back") + "\\src\\f"), "service");
+  EXPECT_EQ(stop_service("llocalsave", 40), 0);
+  SC_HANDLE scm = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE svc = OpenServiceW(scm, L"llocalsave", SERVICE_QUERY_STATUS);
+  SERVICE_STATUS st{};
+  EXPECT_TRUE(svc && QueryServiceStatus(svc, &st));
+  EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
+  EXPECT_EQ(st.dwWin32ExitCode, 0u);
+  if (svc) CloseServiceHandle(svc);
+  EXPECT_EQ(run({"serve", "-REM"}).exit_code, 0);
+  svc = OpenServiceW(scm, L"llocalsave", SERVICE_QUERY_STATUS);
+  EXPECT_TRUE(svc == nullptr && GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST);
+  if (svc) CloseServiceHandle(svc);
+  CloseServiceHandle(scm);
+  EXPECT_EQ(tooltest::list_dir(t.file("store")).size(), 1u);
 }
 #endif
 
