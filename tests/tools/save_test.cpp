@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <liblocal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -35,14 +36,18 @@ fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.e
 // A save server in a temporary store, on a free loopback port.
 class Server {
  public:
-  // 'words' are added to the command line, 'env' (NAME=VALUE) to the
-  // server's environment.
-  explicit Server(const std::vector<std::string> &more = {}, const std::string &env = "") {
+  // 'more' is added to the command line, 'env' (NAME=VALUE) to the server's
+  // environment; 'wrap' runs before the tool ("{store}" is the store).
+  explicit Server(const std::vector<std::string> &more = {}, const std::string &env = "",
+                  const std::vector<std::string> &wrap = {}) {
     store_ = dir_.file("store");
     std::string port_file = dir_.file("port");
-    std::string tool = tooltest::tool_path();
-    std::vector<std::string> words = {tool,       "serve",       "--store",     store_,
-                                      "--listen", "127.0.0.1:0", "--port-file", port_file};
+    std::vector<std::string> words = wrap;
+    for (auto &w : words)
+      if (w == "{store}") w = store_;
+    for (std::string w : {tooltest::tool_path(), std::string("serve"), std::string("--store"), store_,
+                          std::string("--listen"), std::string("127.0.0.1:0"), std::string("--port-file"), port_file})
+      words.push_back(w);
     words.insert(words.end(), more.begin(), more.end());
     std::vector<char *> argv;
     for (auto &w : words) argv.push_back(w.data());
@@ -363,6 +368,32 @@ TEST(Save, ServesUnderTheServiceManager) {
   // Handlers never speak to the manager, and a clean stop reports no error.
   EXPECT_EQ(manager.wait_for("READY=1", 200), 0);
   EXPECT_EQ(manager.seen.find("EXIT_STATUS"), std::string::npos) << manager.seen;
+}
+
+bool private_mounts() {
+  return lltest::run_program("/usr/bin/unshare", {"-m", "--propagation", "private", "/bin/true"}).exit_code == 0;
+}
+
+// The store on a file system of 1 MiB (in a private mount namespace): a save
+// that fills it fails with the reason and leaves nothing behind, so the next
+// save finds the room again.
+TEST(Save, AFullStoreFailsTheSaveAndKeepsNothing) {
+  if (!private_mounts()) GTEST_SKIP() << "no private mount namespace";
+  lltest::TempDir t;
+  put(u8(t.file("big")) / "f", tooltest::lcg_bytes(3 << 20, 9));
+  put(u8(t.file("small")) / "f", "fits");
+  Server srv({}, "",
+             {"/usr/bin/unshare", "-m", "--propagation", "private", "/bin/sh", "-c",
+              "mkdir -p \"$0\" && mount -t tmpfs -o size=1m llsave \"$0\" && exec \"$@\"", "{store}"});
+  tooltest::Result r = run({"save", srv.addr(), t.file("big")});
+  EXPECT_EQ(r.exit_code, 2);
+  EXPECT_NE(r.err.find("No space left"), std::string::npos) << r.err;
+  for (int i = 0; i < 3; ++i) {  // the room is back each time
+    r = run({"save", srv.addr(), t.file("small")});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+  }
+  r = run({"list", srv.addr()});
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 3) << r.out;
 }
 
 // The unit folder and the manager's client are the system's own: the test

@@ -27,7 +27,9 @@ qz_socket_t connect_to(const Address &addr, std::string &why);
 
 class Conn {
  public:
-  explicit Conn(qz_socket_t s, int idle_ms = 300000) : s_(s), idle_ms_(idle_ms) {}
+  // Frames go out as they are written: the library sends a frame in pieces
+  // smaller than a segment, which the system must not hold back.
+  explicit Conn(qz_socket_t s, int idle_ms = 300000);
   ~Conn();
   Conn(const Conn &) = delete;
   Conn &operator=(const Conn &) = delete;
@@ -53,6 +55,10 @@ class Conn {
   qz_socket_t s_;
   int idle_ms_;
   std::vector<unsigned char> out_;
+  // Bytes received ahead of the frame being read: small frames cost no
+  // system call of their own.
+  std::vector<unsigned char> in_;
+  size_t in_at_ = 0, in_end_ = 0;
 };
 
 }  // namespace llocal::net
