@@ -188,8 +188,9 @@ LL_API int utf8_findnextvolmntpt(intptr_t handle, char *out, uint32_t size) LL_N
 LL_API int utf8_findvolmntptclose(intptr_t handle) LL_NOEXCEPT;
 
 /* A copy of s in the ANSI code page for display (unconvertible characters
- * become '|'), in a 6144-byte buffer of the calling thread that the next call
- * on the thread reuses. errno is preserved. */
+ * become '|'; bytes that are not UTF-8 are kept as they stand), in a
+ * 6144-byte buffer of the calling thread that the next call on the thread
+ * reuses. errno is preserved. */
 LL_API const char *syscalls_utf8dec(const char *s) LL_NOEXCEPT;
 
 LL_END_DECLS

@@ -300,7 +300,7 @@ LL_API int utf8_stat(const char *path, struct ll_stat64 *st) noexcept { return l
 LL_API const char *syscalls_utf8dec(const char *s) noexcept {
   const int saved = errno;
   char *buf = ll::thread_area<DisplayBuffer>()->text;
-  ansi_mbs(buf, s ? s : "", sizeof(DisplayBuffer::text));
+  ansi_mbs_tolerance(buf, s ? s : "", sizeof(DisplayBuffer::text));
   errno = saved;
   return buf;
 }
