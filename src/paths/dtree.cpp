@@ -135,7 +135,11 @@ struct Walk {
       }
     }
     int derr = 0;
-    OsDir *child = open_child(dir, it, path, kind != QZ_DTK_DIR && kind != QZ_DTK_MOUNT, derr);
+    // Only what the handler chose to follow is opened through a link; a
+    // mount point is one only where the system marks it (a Windows volume
+    // mount point), elsewhere it is a plain directory of another file system.
+    const bool through = kind == QZ_DTK_LINK || kind == QZ_DTK_JUNCTION || (kind == QZ_DTK_MOUNT && it.reparse != 0);
+    OsDir *child = open_child(dir, it, path, through, derr);
     if (!child) {
       int r = call(QZ_DTV_ERROR, QZ_DTK_DIR, depth, name_at, &st, derr);
       return r == QZ_DTW_PRUNE ? 0 : r;
