@@ -13,8 +13,9 @@
 #include <thread>
 
 #ifdef _WIN32
-#include <windows.h>
 #include <winsock2.h>
+// after the sockets' header
+#include <windows.h>
 #else
 #include <netinet/in.h>
 #include <poll.h>
@@ -269,14 +270,17 @@ TEST(Save, AClientKilledHalfWayLeavesNoSave) {
     EXPECT_EQ(kill(pid, 9), 0);
     int status = 0;
     EXPECT_EQ(waitchild(pid, &status, 0), pid);
-    std::vector<std::string> left;
-    for (int i = 0; i < 500; ++i) {
-      left = tooltest::list_dir(srv.store());
-      if (left.empty()) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(run({"list", srv.addr()}).out, "");  // nothing that looks finished
+    // The handler sees the connection end and discards what it got. Wine
+    // keeps a killed process's socket open, so there the server's stop does
+    // it instead.
+    if (!lltest::kWindows) {
+      for (int i = 0; i < 500 && !tooltest::list_dir(srv.store()).empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      EXPECT_EQ(tooltest::list_dir(srv.store()).size(), 0u);
     }
-    EXPECT_TRUE(left.empty()) << left[0];
-    EXPECT_EQ(run({"list", srv.addr()}).out, "");
+    EXPECT_EQ(srv.stop(), 0);
+    EXPECT_EQ(tooltest::list_dir(srv.store()).size(), 0u);
   }
 }
 
