@@ -27,7 +27,8 @@ bool takes_handler(int kind) noexcept { return kind >= QZ_DTK_LINK && kind < QZ_
 // The built-in answers: follow what the walk's flags ask to follow, report the rest.
 int builtin(const qz_dtree_entry *e, int flags) noexcept {
   switch (e->kind) {
-    case QZ_DTK_LINK: return (flags & QZ_DTW_FOLLOW) ? QZ_DTH_FOLLOW : QZ_DTH_REPORT;
+    case QZ_DTK_LINK:
+    case QZ_DTK_JUNCTION: return (flags & QZ_DTW_FOLLOW) ? QZ_DTH_FOLLOW : QZ_DTH_REPORT;
     case QZ_DTK_MOUNT: return (flags & QZ_DTW_XDEV) ? QZ_DTH_FOLLOW : QZ_DTH_REPORT;
     default: return QZ_DTH_REPORT;
   }

@@ -239,6 +239,37 @@ TEST(Dtree, DeepWideAndChangingTrees) {
 #endif
 }
 
+#ifdef _WIN32
+extern "C" void llt_dtree_reparse(const char *name, unsigned tag);
+
+// Reparse points cannot be made under Wine: a seam lists a plain directory
+// as one, and the walk must treat it by its tag.
+TEST(Dtree, ReparsePointsByTheirTag) {
+  lltest::TempDir t;
+  const std::string r = t.path();
+  mkdir_p(r + "\\j\\in");
+  const std::vector<std::string> walked = {"1 1 0 ", "1 1 1 /j", "1 1 2 /j/in", "2 1 2 /j/in", "2 1 1 /j", "2 1 0 "};
+  const struct {
+    unsigned tag;
+    int flags;
+    std::vector<std::string> want;
+  } cases[] = {
+      {0xA0000003u /* junction */, 0, {"1 1 0 ", "0 3 1 /j", "2 1 0 "}},
+      {0xA000000Cu /* symbolic link */, 0, {"1 1 0 ", "0 2 1 /j", "2 1 0 "}},
+      {0xA0000003u, QZ_DTW_FOLLOW, walked},
+      {0xA000000Cu, QZ_DTW_FOLLOW, walked},
+      {0x9000601Au /* a cloud placeholder: the directory itself */, 0, walked},
+      {0x80000013u /* deduplicated */, 0, walked},
+  };
+  for (const auto &c : cases) {
+    llt_dtree_reparse("j", c.tag);
+    Seen s;
+    EXPECT_EQ(walk(r, c.flags, s), c.want) << std::hex << c.tag << " flags " << c.flags;
+  }
+  llt_dtree_reparse(nullptr, 0);
+}
+#endif
+
 #ifndef _WIN32
 int skip_specials(const qz_dtree_entry *, int) { return QZ_DTH_SKIP; }
 
