@@ -15,6 +15,7 @@
 #include "frame/compiler.h"
 #include "frame/os.h"
 #include "frame/teardown_hooks.h"
+#include "frame/fault.h"
 
 extern "C" {
 LL_API void *Global_liblocal_p_varp = nullptr;
@@ -184,7 +185,7 @@ __attribute__((noinline)) void *cached_lookup(qz_area_init init, int per_process
 
 void *area_alloc(size_t size) noexcept {
   for (;;) {
-    if (void *p = std::calloc(1, size)) return p;
+    if (void *p = LL_FAULT(alloc) ? nullptr : std::calloc(1, size)) return p;
     os::sleep_ms(2000);
   }
 }

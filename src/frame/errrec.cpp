@@ -11,6 +11,7 @@
 #include <liblocal/errrec.h>
 #include <liblocal/output.h>
 #include <liblocal/syserr.h>
+#include "frame/fault.h"
 
 extern "C" {
 LL_API char *rpc_errlist[28];
@@ -141,7 +142,7 @@ qzerror *vsetstr(int type, int value, const char *fmt, va_list ap) {
   if (!fmt) return nullptr;
   ErrThread *e = errthr();
   if (!e->fmt) {
-    e->fmt = static_cast<char *>(std::malloc(kFormatBuffer));
+    e->fmt = LL_FAULT(alloc) ? nullptr : static_cast<char *>(std::malloc(kFormatBuffer));
     if (!e->fmt) return nullptr;
   }
   // The format (or an argument) may be the buffer's own text: format into a

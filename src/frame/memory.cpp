@@ -7,6 +7,7 @@
 #include "frame/areas.h"
 #include "frame/os.h"
 #include <liblocal/memory.h>
+#include "frame/fault.h"
 
 namespace {
 void default_failed(size_t) { delay(5000); }
@@ -18,14 +19,14 @@ extern "C" {
 LL_API void *xmalloc(size_t size) noexcept {
   errno = 22;  // left set even on success, as the library always has
   void *p;
-  while (!(p = std::malloc(size ? size : 1))) g_failed.load()(size);
+  while (!(p = LL_FAULT(alloc) ? nullptr : std::malloc(size ? size : 1))) g_failed.load()(size);
   return p;
 }
 
 LL_API void *xcalloc(size_t count, size_t size) noexcept {
   errno = 22;
   void *p;
-  while (!(p = std::calloc(count ? count : 1, size ? size : 1))) g_failed.load()(count * size);
+  while (!(p = LL_FAULT(alloc) ? nullptr : std::calloc(count ? count : 1, size ? size : 1))) g_failed.load()(count * size);
   return p;
 }
 

@@ -59,3 +59,8 @@ int read_debug_control() noexcept;
 }  // namespace os
 
 }  // namespace ll::ev
+
+namespace ll::init {
+// Start-up step of _qzinit (after the process area exists): ev::start().
+void process_events() noexcept;
+}  // namespace ll::init

@@ -24,6 +24,7 @@ struct Child {
   int code = 0;             // exit code, once it ended
   bool lost = false;        // it ended, but the system reaped it (SIGCHLD ignored)
   qz_thr_t *thr = nullptr;  // thread nodes: the thread record
+  intptr_t aux = 0;         // the back-end's own (a registered wait)
 };
 
 // The calling thread's children, oldest first (the newest is searched first).
@@ -58,6 +59,8 @@ uint32_t own_pid() noexcept;
 
 // A node was added to the table / the table has no node left to wait for.
 void added(ChildTable &t, Child &c) noexcept;
+// The node's object is no longer needed: undoes what added() did, closes it.
+void release(ChildTable &t, Child &c) noexcept;
 void table_closed(ChildTable &t) noexcept;
 
 // Waits for one node (ms 0: a poll; kInfinite: no limit): 1 ended (code

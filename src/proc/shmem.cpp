@@ -15,6 +15,7 @@
 #include <liblocal/output.h>
 #include <liblocal/security.h>
 #include <liblocal/syserr.h>
+#include "frame/fault.h"
 
 namespace {
 
@@ -132,9 +133,9 @@ qzerror *no_memory() noexcept {
 }
 
 Record *new_record(size_t name_size) noexcept {
-  auto *r = static_cast<Record *>(std::calloc(1, sizeof(Record)));
+  auto *r = LL_FAULT(alloc) ? nullptr : static_cast<Record *>(std::calloc(1, sizeof(Record)));
   if (!r) return nullptr;
-  r->pub.name = static_cast<char *>(std::calloc(1, name_size));
+  r->pub.name = LL_FAULT(alloc) ? nullptr : static_cast<char *>(std::calloc(1, name_size));
   if (!r->pub.name) {
     std::free(r);
     return nullptr;
@@ -198,7 +199,7 @@ qzerror *create_private(uint32_t size, uint32_t offset, shmem_obj **out) noexcep
   }
   const uint64_t total = static_cast<uint64_t>(size) + (kPrivateAlign - 1);
   Record *r = total <= SIZE_MAX ? new_record(1) : nullptr;
-  void *buf = r ? std::calloc(1, static_cast<size_t>(total)) : nullptr;
+  void *buf = r && !LL_FAULT(alloc) ? std::calloc(1, static_cast<size_t>(total)) : nullptr;
   if (!buf) {
     if (r) {
       std::free(r->pub.name);

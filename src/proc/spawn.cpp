@@ -21,7 +21,7 @@
 namespace ll::process {
 
 ChildTable::~ChildTable() {
-  for (Child &c : nodes) os::close_obj(c.obj);
+  for (Child &c : nodes) os::release(*this, c);
   os::table_closed(*this);
 }
 

@@ -19,16 +19,16 @@ void mark_reaped(ChildTable &t, Child &c) noexcept {
   if (c.reaped) return;
   c.reaped = true;
   ++t.reaped;
-  os::close_obj(c.obj);
-  c.obj = -1;
   if (c.is_thread && c.thr) {
-    // The function has returned (or the thread was killed): its status.
+    // The function has returned (or the thread was killed): its status,
+    // once the thread has let go of its event.
     uint32_t st = 0;
     int nowait = 0;
     if (qz_thr_wait(c.thr, &st, &nowait)) c.code = static_cast<int>(st);
     qz_thr_destroy(c.thr);
     c.thr = nullptr;
   }
+  os::release(t, c);
   if (static_cast<size_t>(t.reaped) == t.nodes.size()) os::table_closed(t);
 }
 

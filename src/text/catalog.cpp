@@ -20,6 +20,7 @@
 #include "frame/init_steps.h"
 #include "text/catalog_backend.h"
 #include "text/strutil_internal.h"
+#include "frame/fault.h"
 
 namespace ll::text::catalog_os {
 
@@ -93,7 +94,7 @@ char *copy_text(char *buf, const char *text) noexcept {
 char *dup_or_null(const char *s) noexcept {
   if (!s) return nullptr;
   const size_t n = std::strlen(s) + 1;
-  auto *p = static_cast<char *>(std::malloc(n));
+  auto *p = LL_FAULT(alloc) ? nullptr : static_cast<char *>(std::malloc(n));
   if (p) std::memcpy(p, s, n);
   return p;
 }

@@ -15,6 +15,7 @@
 #include <mutex>
 
 #include "text/strutil_internal.h"
+#include "frame/fault.h"
 
 namespace ll::text {
 
@@ -32,6 +33,7 @@ namespace {
 std::atomic<int> g_allocs_before_failure{-1};
 
 bool alloc_should_fail() noexcept {
+  if (LL_FAULT(alloc)) return true;
   int n = g_allocs_before_failure.load(std::memory_order_relaxed);
   while (n >= 0) {
     if (g_allocs_before_failure.compare_exchange_weak(n, n - 1)) return n == 0;

@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #endif
 #include <gtest/gtest.h>
 
@@ -26,6 +27,7 @@
 
 #ifndef _WIN32
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 extern "C" int llt_read_debug_file(const char *path);
 #endif
@@ -59,7 +61,8 @@ TEST(Events, KillReachesTheHandlerOfTheRightThread) {
     const int pid = evtest::pid_of(dir.path());
     ASSERT_GT(pid, 0) << c.mode;
     EXPECT_TRUE(evtest::send_kill(pid)) << c.mode;
-    EXPECT_EQ(child.wait().exit_code, c.code) << c.mode;
+    const auto r = child.wait();
+    EXPECT_EQ(r.exit_code, c.code) << c.mode << r.err;
   }
 }
 
@@ -71,7 +74,7 @@ LLTEST_CHILD(ev_debug) {
   regevent(17, QZ_EVENT_DEFAULT);
   evtest::ready(dir);
   for (int i = 0; i < 3000; ++i) {
-    const int d = __atomic_load_n(&Debug, __ATOMIC_RELAXED);
+    const int d = __atomic_load_n(&Debug, __ATOMIC_ACQUIRE);
     if (d == 5 && !evtest::exists(dir + "/saw5")) evtest::put(dir + "/saw5", "");
     if (d == 7) return 0;
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -91,7 +94,8 @@ TEST(Events, DebugEventTwiceReadsTheControlFileTwice) {
   EXPECT_FALSE(evtest::exists(ctl));
   evtest::put(ctl, "Debug=7");
   ASSERT_TRUE(evtest::send_debug(pid));
-  EXPECT_EQ(child.wait().exit_code, 0);
+  const auto r = child.wait();
+  EXPECT_EQ(r.exit_code, 0) << r.err;
   EXPECT_FALSE(evtest::exists(ctl));
 }
 
@@ -105,25 +109,31 @@ void note(int sig) { g_killed = sig; }
 LLTEST_CHILD(ev_select) {
   Tcp_Is_Loaded();
   regevent(9, note);
-#ifndef _WIN32
-  // The signal itself must not be what interrupts the select: it goes to
-  // another thread, and only the cancel can release this one.
-  sigset_t term;
-  sigemptyset(&term);
-  sigaddset(&term, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &term, nullptr);
-#endif
   qz_socket_t s = qzsocket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in a{};
   a.sin_family = AF_INET;
   a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   if (qzbind(s, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 || qzlisten(s, 1) != 0) return 3;
+  int code = 41;
+  std::thread t([&] {
+#ifndef _WIN32
+    // The signal itself must not be what interrupts the select: it goes to
+    // another thread, and only the cancel can release this one.
+    sigset_t term;
+    sigemptyset(&term);
+    sigaddset(&term, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &term, nullptr);
+#endif
+    evtest::put(std::string(argv[0]) + "/tid", std::to_string(evtest::my_tid()));
+    qz_fd_set rs;
+    QZ_FD_ZERO(&rs);
+    QZ_FD_SET(s, &rs);
+    const int r = qz_select(0, &rs, nullptr, nullptr, nullptr);
+    if (r == -1 && errno == EINTR && g_killed == 9) code = 40;
+  });
   evtest::ready(argv[0]);
-  qz_fd_set rs;
-  QZ_FD_ZERO(&rs);
-  QZ_FD_SET(s, &rs);
-  const int r = qz_select(0, &rs, nullptr, nullptr, nullptr);
-  return r == -1 && errno == EINTR && g_killed == 9 ? 40 : 41;
+  t.join();
+  return code;
 }
 
 TEST(Events, KillReleasesABlockingSelect) {
@@ -131,9 +141,24 @@ TEST(Events, KillReleasesABlockingSelect) {
   Child child("ev_select", {dir.path()});
   const int pid = evtest::pid_of(dir.path());
   ASSERT_GT(pid, 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let it block
+  // The kill must come once the child is blocked: a cancel raised before a
+  // call starts does not concern that call.
+#ifdef _WIN32
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+#else
+  ASSERT_TRUE(evtest::wait_for(dir.file("tid")));
+  const std::string sys = "/proc/" + std::to_string(pid) + "/task/" + evtest::slurp(dir.file("tid")) + "/syscall";
+  for (int i = 0; i < 1000; ++i) {
+    const int nr = std::atoi(evtest::slurp(sys).c_str());
+    if (nr == SYS_poll || nr == SYS_ppoll || nr == SYS_select || nr == SYS_pselect6 || nr == SYS_epoll_wait ||
+        nr == SYS_epoll_pwait)
+      break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+#endif
   EXPECT_TRUE(evtest::send_kill(pid));
-  EXPECT_EQ(child.wait().exit_code, 40);
+  const auto r = child.wait();
+  EXPECT_EQ(r.exit_code, 40) << r.err;
 }
 
 TEST(Events, QuitNowNormalisesTheFlag) {
@@ -185,6 +210,43 @@ TEST(Events, HostileDebugControlFiles) {
     std::remove(f.c_str());
   }
   Debug = 0;
+}
+
+// An interrupt is the console's Ctrl-C: the kill handler gets 2.
+TEST(Events, InterruptCallsTheKillHandlerWithTwo) {
+  lltest::TempDir dir;
+  Child child("ev_kill", {dir.path(), "own"});
+  const int pid = evtest::pid_of(dir.path());
+  ASSERT_GT(pid, 0);
+  EXPECT_EQ(sigqueue(pid, SIGINT, sigval{}), 0);
+  EXPECT_EQ(child.wait().exit_code, 24);
+}
+
+// A forked child listens for its own events with the handler it inherited.
+LLTEST_CHILD(ev_fork) {
+  regevent(9, exit23);
+  const pid_t p = fork();
+  if (p == 0) {
+    evtest::ready(argv[0]);
+    _exit(evtest::linger());
+  }
+  int st = 0;
+  waitpid(p, &st, 0);
+  return WIFEXITED(st) ? WEXITSTATUS(st) : 100 + WTERMSIG(st);
+}
+
+TEST(Events, ForkedChildGetsItsOwnListener) {
+  lltest::TempDir dir;
+  Child child("ev_fork", {dir.path()});
+  const int pid = evtest::pid_of(dir.path());
+  ASSERT_GT(pid, 0);
+  EXPECT_TRUE(evtest::send_kill(pid));
+#if defined(__SANITIZE_THREAD__)
+  const int expected = 100 + SIGTERM;  // no thread in a forked child: the default disposition
+#else
+  const int expected = 23;
+#endif
+  EXPECT_EQ(child.wait().exit_code, expected);
 }
 
 // An unprivileged process leaves a file it does not own alone.

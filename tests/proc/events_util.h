@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "lltest.h"
+#include <liblocal/process.h>
 
 #ifdef _WIN32
 #include <process.h>
@@ -26,6 +27,14 @@ inline int my_pid() {
   return _getpid();
 #else
   return static_cast<int>(getpid());
+#endif
+}
+
+inline int my_tid() {
+#ifdef _WIN32
+  return static_cast<int>(GetCurrentThreadId());
+#else
+  return static_cast<int>(gettid());
 #endif
 }
 
@@ -103,11 +112,11 @@ inline bool set_named(int pid, const wchar_t *suffix) {
   CloseHandle(h);
   return ok;
 }
-inline bool send_kill(int pid) { return set_named(pid, L"KILLEVENT"); }
 inline bool send_debug(int pid) { return set_named(pid, L"DEBUGEVENT"); }
 #else
-inline bool send_kill(int pid) { return pid > 0 && ::kill(pid, SIGTERM) == 0; }
-inline bool send_debug(int pid) { return pid > 0 && ::kill(pid, SIGUSR1) == 0; }
+inline bool send_debug(int pid) { return pid > 0 && sigqueue(pid, SIGUSR1, sigval{}) == 0; }
 #endif
+// The sending side of the kill event is the process family's kill.
+inline bool send_kill(int pid) { return pid > 0 && ll_kill(pid, 15) == 0; }
 
 }  // namespace evtest

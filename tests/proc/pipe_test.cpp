@@ -138,3 +138,20 @@ TEST(Nice, ChangesOnlyTheCallingThread) {
   }).join();
 }
 #endif
+
+#ifdef _WIN32
+TEST(Nice, MapsOntoThreadPriorities) {
+  std::thread([] {
+    HANDLE self = GetCurrentThread();
+    struct Case {
+      int start, increment, want;
+    } cases[] = {{0, 5, 0},         {0, 10, -1},      {0, -20, 2},      {-1, -10, 0},
+                 {2, INT_MAX, -2},  {0, INT_MIN, 2},  {15, 0, 0},       {1, 9, 0}};
+    for (const Case &c : cases) {
+      SetThreadPriority(self, c.start);
+      EXPECT_EQ(nice(c.increment), 0) << c.start << " " << c.increment;
+      EXPECT_EQ(GetThreadPriority(self), c.want) << c.start << " " << c.increment;
+    }
+  }).join();
+}
+#endif

@@ -2,6 +2,7 @@
 // the calls that drive other services and install this one.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -19,8 +20,10 @@ extern "C" void llt_svc_times(unsigned start_limit_s, unsigned grace_ms, unsigne
 using evtest::Child;
 
 namespace {
-std::string g_dir;  // the child's folder, for its stop handler
-void stop_handler(int sig) { evtest::put(g_dir + "/handler", std::to_string(sig)); }
+// The child's folder, for its stop handler. A plain array: the process may
+// end (and run static destructors) from the service's thread at any moment.
+char g_dir[1024];
+void stop_handler(int sig) { evtest::put(std::string(g_dir) + "/handler", std::to_string(sig)); }
 }  // namespace
 
 #ifndef _WIN32
@@ -115,7 +118,7 @@ LLTEST_CHILD(svc_probe) { return RunByService() == 0 && !std::getenv("NOTIFY_SOC
 // exit code 5; "signal" starts and waits for the stop signal; "never" never
 // reports running; "bad" runs with a notify socket that cannot be used.
 LLTEST_CHILD(svc_notify) {
-  g_dir = argv[0];
+  std::snprintf(g_dir, sizeof g_dir, "%s", argv[0]);
   const std::string mode = argv[1];
   qzinit("svcnotify");
   llt_svc_times(1, 200, 100, 100);
@@ -250,20 +253,21 @@ const char kName[] = "llsvctest";
 // words it was started with, and what happened.
 LLTEST_CHILD(svc_win) {
   SetEnvironmentVariableW(L"HOMEDRIVE", nullptr);  // set by Wine even in services
-  g_dir = argv[0];
+  std::snprintf(g_dir, sizeof g_dir, "%s", argv[0]);
   std::string words;
   for (int i = 0; i < argc; ++i) words += std::string(i ? " " : "") + argv[i];
-  evtest::put(g_dir + "/args", words);
-  const bool never = evtest::slurp(g_dir + "/mode") == "never";
+  evtest::put(std::string(g_dir) + "/args", words);
+  const bool never = evtest::slurp(std::string(g_dir) + "/mode") == "never";
   qzinit("svcwin");
   if (never) llt_svc_times(1, 300, 200, 0);
   regevent(9, stop_handler);
-  evtest::put(g_dir + "/registered", std::to_string(RegisterThisService(kName)));
+  evtest::put(std::string(g_dir) + "/registered", std::to_string(RegisterThisService(kName)));
   if (!never) StartThisService(nullptr);
   for (int i = 0; i < 2400; ++i) {
-    if (!never && evtest::exists(g_dir + "/handler")) return 0;
-    if (evtest::exists(g_dir + "/stop5")) {
-      std::remove((g_dir + "/stop5").c_str());
+    const std::string dir = g_dir;
+    if (!never && evtest::exists(dir + "/handler")) return 0;
+    if (evtest::exists(dir + "/stop5")) {
+      std::remove((dir + "/stop5").c_str());
       StopThisService(nullptr, 5);
     }
     Sleep(50);
@@ -373,12 +377,10 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
 #endif
 
 TEST(Service, PlainProcessIsNoService) {
-  lltest::ScopedEnv a("NOTIFY_SOCKET", nullptr), b("INVOCATION_ID", nullptr);
-  if (!lltest::kWindows) {
-    EXPECT_EQ(RunByService(), 0);
-    EXPECT_EQ(RegisterThisService("llsvc"), 0);
-    EXPECT_EQ(StartThisService(nullptr), -1);
-    EXPECT_EQ(StopThisService(nullptr, 5), -1);
-  }
+  lltest::ScopedEnv a("NOTIFY_SOCKET", nullptr), b("INVOCATION_ID", nullptr), c("HOMEDRIVE", "C:");
+  EXPECT_EQ(RunByService(), 0);
+  EXPECT_EQ(RegisterThisService("llsvc"), 0);
+  EXPECT_EQ(StartThisService(nullptr), -1);
+  EXPECT_EQ(StopThisService(nullptr, 5), -1);
   EXPECT_EQ(Win9xService(1), 0);
 }

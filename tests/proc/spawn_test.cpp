@@ -15,6 +15,7 @@
 
 #include "lltest.h"
 #include "proc_test_util.h"
+#include <liblocal/env.h>
 #include <liblocal/process.h>
 
 #ifdef _WIN32
@@ -48,7 +49,7 @@ LLTEST_CHILD(args) {
 
 LLTEST_CHILD(env) {
   for (int i = 0; i < argc; ++i) {
-    const char *v = std::getenv(argv[i]);
+    const char *v = lltest::kWindows ? qzgetenv(argv[i]) : std::getenv(argv[i]);
     std::printf("%s=%s\n", argv[i], v ? v : "(unset)");
   }
   return 0;

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <liblocal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -12,10 +13,14 @@
 #include <thread>
 
 #ifdef _WIN32
+#include <windows.h>
 #include <winsock2.h>
 #else
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #endif
 
 #include "lltest.h"
@@ -31,16 +36,28 @@ fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.e
 // A save server in a temporary store, on a free loopback port.
 class Server {
  public:
-  Server() {
+  // 'more' is added to the command line, 'env' (NAME=VALUE) to the server's
+  // environment; 'wrap' runs before the tool ("{store}" is the store).
+  explicit Server(const std::vector<std::string> &more = {}, const std::string &env = "",
+                  const std::vector<std::string> &wrap = {}) {
     store_ = dir_.file("store");
     std::string port_file = dir_.file("port");
-    std::string tool = tooltest::tool_path();
-    std::vector<std::string> words = {tool, "serve", "--store", store_, "--listen", "127.0.0.1:0", "--port-file",
-                                      port_file};
+    std::vector<std::string> words = wrap;
+    for (auto &w : words)
+      if (w == "{store}") w = store_;
+    for (std::string w : {tooltest::tool_path(), std::string("serve"), std::string("--store"), store_,
+                          std::string("--listen"), std::string("127.0.0.1:0"), std::string("--port-file"), port_file})
+      words.push_back(w);
+    words.insert(words.end(), more.begin(), more.end());
     std::vector<char *> argv;
     for (auto &w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
-    pid_ = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    {
+      std::string name = env.substr(0, env.find('='));
+      lltest::ScopedEnv set(env.empty() ? "LLTEST_UNUSED" : name.c_str(),
+                            env.empty() ? nullptr : env.c_str() + name.size() + 1);
+      pid_ = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    }
     EXPECT_GT(pid_, 0);
     for (int i = 0; i < 300 && !tooltest::file_exists(port_file); ++i)
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -58,6 +75,7 @@ class Server {
     pid_ = 0;
     return QZ_WEXITCODE(status);
   }
+  int pid() const { return pid_; }
   std::string addr() const { return "127.0.0.1:" + std::to_string(port_); }
   int port() const { return port_; }
   const std::string &store() const { return store_; }
@@ -111,13 +129,25 @@ void raw_send(qz_socket_t s, const std::string &bytes) {
     at += static_cast<size_t>(n);
   }
 }
-// Reads until the server closes; the first byte (a frame type) or -1.
-int raw_reply(qz_socket_t s) {
+// Reads until the server closes; the types of the frames that came.
+std::string reply_types(qz_socket_t s) {
+  std::string got;
   char buf[4096];
-  int first = -1;
-  for (int n; (n = qzrecv(s, buf, sizeof buf, 0)) > 0;)
-    if (first < 0) first = static_cast<unsigned char>(buf[0]);
-  return first;
+  for (int n; (n = qzrecv(s, buf, sizeof buf, 0)) > 0;) got.append(buf, static_cast<size_t>(n));
+  std::string types;
+  for (size_t at = 0; at + 8 <= got.size();) {
+    types += got[at];
+    uint32_t len = 0;
+    for (int i = 0; i < 4; ++i) len |= static_cast<uint32_t>(static_cast<unsigned char>(got[at + 4 + i])) << (8 * i);
+    at += 8 + len;
+  }
+  return types;
+}
+// An entry frame's payload for a file called 'name'.
+std::string entry_payload(const std::string &name) {
+  std::string len(4, '\0');
+  for (int i = 0; i < 4; ++i) len[i] = static_cast<char>(name.size() >> (8 * i));
+  return std::string(1 + 4 + 8 + 8, '\0') + len + name;
 }
 const std::string kHelloSave = std::string("LLSV\x01\0\0\0\x01", 9);
 
@@ -157,19 +187,24 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
   tooltest::Result saved = run({"save", srv.addr(), src.string()});
   ASSERT_EQ(saved.exit_code, 0) << saved.err;
 
-  // A name that climbs out of the save is refused with an error frame.
-  std::string entry = std::string(1, '\0') + std::string(4, '\0') + std::string(16, '\0') + "\x04" + std::string(3, '\0') + "../x";
-  qz_socket_t s = raw_connect(srv.port());
-  raw_send(s, frame(1, kHelloSave) + frame(4, entry));
-  EXPECT_EQ(raw_reply(s), 2);  // OK for the hello, then the error and the end
-  qzsoclose(s);
+  // Names that climb out of the save, or that no file system of either
+  // platform could take, are refused with an error frame.
+  for (const char *name :
+       {"../x", "a/../../x", "..", "/etc/x", "\\x", "C:x", "a\\..\\x", "a//b", "a/", "", "a\x01", "\xc3(", "a:b"}) {
+    qz_socket_t s = raw_connect(srv.port());
+    raw_send(s, frame(1, kHelloSave) + frame(4, entry_payload(name)) + frame(7, ""));
+    EXPECT_EQ(reply_types(s), "\x02\x03") << name;  // OK for the hello, then the error
+    qzsoclose(s);
+  }
+  qz_socket_t s;
   // A client cut off inside a block, and one sending a frame longer than any allowed.
   s = raw_connect(srv.port());
-  raw_send(s, frame(1, kHelloSave) + frame(4, std::string(1, '\0') + std::string(20, '\0') + "\x01\0\0\0f").substr(0, 40));
+  raw_send(s,
+           frame(1, kHelloSave) + frame(4, std::string(1, '\0') + std::string(20, '\0') + "\x01\0\0\0f").substr(0, 40));
   qzsoclose(s);
   s = raw_connect(srv.port());
   raw_send(s, std::string("\x04\0\0\0\xff\xff\xff\x7f", 8));
-  EXPECT_EQ(raw_reply(s), -1);
+  EXPECT_EQ(reply_types(s), "");
   qzsoclose(s);
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   // Still one save, nothing half-written beside it.
@@ -190,17 +225,251 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
   EXPECT_NE(r.err.find("no such save"), std::string::npos) << r.err;
 }
 
+// Connections served by child processes (POSIX) and by threads (Windows,
+// and POSIX on request).
+const std::vector<std::vector<std::string>> kModes = {{}, {"--threads"}};
+
 TEST(Save, StopEndsTheServerWhileAClientWaits) {
-  Server srv;
-  qz_socket_t s = raw_connect(srv.port());
-  raw_send(s, frame(1, kHelloSave));  // then silence
-  std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  auto t0 = std::chrono::steady_clock::now();
-  EXPECT_EQ(srv.stop(), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(20));
-  EXPECT_EQ(raw_reply(s), 2);  // the hello's answer, then the connection's end
-  qzsoclose(s);
+  for (const auto &mode : kModes) {
+    Server srv(mode);
+    qz_socket_t s = raw_connect(srv.port());
+    raw_send(s, frame(1, kHelloSave));  // then silence
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    auto t0 = std::chrono::steady_clock::now();
+    EXPECT_EQ(srv.stop(), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(20));
+    EXPECT_EQ(reply_types(s), std::string("\x02")) << "the hello's answer, then the connection's end";
+    qzsoclose(s);
+  }
   EXPECT_EQ(run({"list", "127.0.0.1:1"}).exit_code, 2);
 }
+
+TEST(Save, AClientKilledHalfWayLeavesNoSave) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "big.bin", tooltest::lcg_bytes(100 << 20, 5));
+  for (const auto &mode : kModes) {
+    Server srv(mode);
+    std::vector<std::string> words = {tooltest::tool_path(), "save", srv.addr(), t.file("src")};
+    std::vector<char *> argv;
+    for (auto &w : words) argv.push_back(w.data());
+    argv.push_back(nullptr);
+    int pid = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    ASSERT_GT(pid, 0);
+    // Killed once the server holds a few megabytes of the save.
+    uintmax_t held = 0;
+    for (int i = 0; i < 2000 && held < (4u << 20); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      for (const std::string &n : tooltest::list_dir(srv.store())) {
+        std::error_code ec;
+        uintmax_t size = fs::file_size(u8(srv.store()) / u8(n) / "data", ec);
+        if (!ec && n.rfind(".partial-", 0) == 0) held = size;
+      }
+    }
+    EXPECT_GE(held, 4u << 20);
+    EXPECT_EQ(kill(pid, 9), 0);
+    int status = 0;
+    EXPECT_EQ(waitchild(pid, &status, 0), pid);
+    std::vector<std::string> left;
+    for (int i = 0; i < 500; ++i) {
+      left = tooltest::list_dir(srv.store());
+      if (left.empty()) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_TRUE(left.empty()) << left[0];
+    EXPECT_EQ(run({"list", srv.addr()}).out, "");
+  }
+}
+
+// The store folder replaced by a file: saves fail with the reason, the server
+// keeps serving, and the saves it held are all there once it is back.
+TEST(Save, AStoreThatCannotBeWrittenFailsOnlyTheSave) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "f", "kept");
+  Server srv;
+  tooltest::Result first = run({"save", srv.addr(), t.file("src")});
+  ASSERT_EQ(first.exit_code, 0) << first.err;
+  fs::rename(u8(srv.store()), u8(t.file("away")));
+  put(u8(srv.store()), "not a folder");
+  tooltest::Result r = run({"save", srv.addr(), t.file("src")});
+  EXPECT_EQ(r.exit_code, 2);
+  EXPECT_NE(r.err.find("cannot make"), std::string::npos) << r.err;
+  fs::remove(u8(srv.store()));
+  fs::rename(u8(t.file("away")), u8(srv.store()));
+  r = run({"save", srv.addr(), t.file("src")});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  r = run({"restore", srv.addr(), first_line(first.out), t.file("back")});
+  EXPECT_EQ(r.exit_code, 0) << r.err;
+  EXPECT_EQ(tooltest::read_file(t.file("back") + "/src/f"), "kept");
+  EXPECT_EQ(srv.stop(), 0);
+}
+
+#ifndef _WIN32
+// The service manager's end of the notify protocol: a datagram socket bound
+// by the test; a message counts only with its sender's credentials.
+class NotifyListener {
+ public:
+  explicit NotifyListener(const std::string &path) : path_(path) {
+    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un a{};
+    a.sun_family = AF_UNIX;
+    std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
+    const int one = 1;
+    setsockopt(fd_, SOL_SOCKET, SO_PASSCRED, &one, sizeof one);
+    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
+  }
+  ~NotifyListener() { close(fd_); }
+  const std::string &path() const { return path_; }
+  // Waits up to 'ms' for a message holding 'line' and answers its sender
+  // (0: none came); every message read is kept in 'seen'.
+  int wait_for(const std::string &line, int ms = 10000) {
+    for (auto t0 = std::chrono::steady_clock::now();
+         std::chrono::steady_clock::now() - t0 < std::chrono::milliseconds(ms);) {
+      pollfd p{fd_, POLLIN, 0};
+      if (poll(&p, 1, 50) <= 0) continue;
+      char buf[4096];
+      iovec iov{buf, sizeof buf};
+      alignas(cmsghdr) char ctl[CMSG_SPACE(sizeof(ucred))];
+      msghdr m{};
+      m.msg_iov = &iov;
+      m.msg_iovlen = 1;
+      m.msg_control = ctl;
+      m.msg_controllen = sizeof ctl;
+      ssize_t n = recvmsg(fd_, &m, 0);
+      cmsghdr *c = CMSG_FIRSTHDR(&m);
+      if (n <= 0 || !c || c->cmsg_type != SCM_CREDENTIALS) continue;
+      ucred cr;
+      std::memcpy(&cr, CMSG_DATA(c), sizeof cr);
+      std::string text(buf, static_cast<size_t>(n));
+      seen += text;
+      if (("\n" + text).find("\n" + line + "\n") != std::string::npos) return cr.pid;
+    }
+    return 0;
+  }
+  std::string seen;
+
+ private:
+  std::string path_;
+  int fd_ = -1;
+};
+
+TEST(Save, ServesUnderTheServiceManager) {
+  lltest::TempDir t;
+  NotifyListener manager(t.file("notify"));
+  put(u8(t.file("src")) / "f", "service");
+  Server srv({}, "NOTIFY_SOCKET=" + manager.path());
+  const int pid = srv.pid();
+  EXPECT_EQ(manager.wait_for("READY=1"), pid) << manager.seen;
+  tooltest::Result saved = run({"save", srv.addr(), t.file("src")});
+  EXPECT_EQ(saved.exit_code, 0) << saved.err;
+  tooltest::Result back = run({"restore", srv.addr(), first_line(saved.out), t.file("back")});
+  EXPECT_EQ(back.exit_code, 0) << back.err;
+  EXPECT_EQ(srv.stop(), 0);
+  EXPECT_EQ(manager.wait_for("STOPPING=1", 2000), pid) << manager.seen;
+  // Handlers never speak to the manager, and a clean stop reports no error.
+  EXPECT_EQ(manager.wait_for("READY=1", 200), 0);
+  EXPECT_EQ(manager.seen.find("EXIT_STATUS"), std::string::npos) << manager.seen;
+}
+
+bool private_mounts() {
+  return lltest::run_program("/usr/bin/unshare", {"-m", "--propagation", "private", "/bin/true"}).exit_code == 0;
+}
+
+// The store on a file system of 1 MiB (in a private mount namespace): a save
+// that fills it fails with the reason and leaves nothing behind, so the next
+// save finds the room again.
+TEST(Save, AFullStoreFailsTheSaveAndKeepsNothing) {
+  if (!private_mounts()) GTEST_SKIP() << "no private mount namespace";
+  lltest::TempDir t;
+  put(u8(t.file("big")) / "f", tooltest::lcg_bytes(3 << 20, 9));
+  put(u8(t.file("small")) / "f", "fits");
+  Server srv({}, "",
+             {"/usr/bin/unshare", "-m", "--propagation", "private", "/bin/sh", "-c",
+              "mkdir -p \"$0\" && mount -t tmpfs -o size=1m llsave \"$0\" && exec \"$@\"", "{store}"});
+  tooltest::Result r = run({"save", srv.addr(), t.file("big")});
+  EXPECT_EQ(r.exit_code, 2);
+  EXPECT_NE(r.err.find("No space left"), std::string::npos) << r.err;
+  for (int i = 0; i < 3; ++i) {  // the room is back each time
+    r = run({"save", srv.addr(), t.file("small")});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+  }
+  r = run({"list", srv.addr()});
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 3) << r.out;
+}
+
+// The unit folder and the manager's client are the system's own: the test
+// puts folders of its own over them in a private mount namespace, so the
+// machine is left as it was (skipped where no namespace can be made).
+TEST(Save, InstallsAndRemovesItsService) {
+  lltest::TempDir t;
+  fs::create_directories(u8(t.file("units")));
+  t.write("client", "#!/bin/sh\necho \"$*\" >>'" + t.file("calls") + "'\n");
+  t.write("calls", "");
+  fs::permissions(u8(t.file("client")), fs::perms::owner_all);
+  const std::string script =
+      "set -e\n"
+      "cd \"$1\"\n"
+      "touch ns\n"
+      "mount --bind \"$1/units\" /etc/systemd/system || exit 77\n"
+      "mount --bind \"$1/client\" /bin/systemctl || exit 77\n"
+      "\"$2\" serve -ADD --store 'store dir' --listen 127.0.0.1:7441\n"
+      "cp /etc/systemd/system/llocalsave.service unit\n"
+      "\"$2\" serve -rem\n"
+      "ls -A /etc/systemd/system >left\n";
+  t.write("script", script);
+  lltest::RunOptions opts;
+  opts.cwd = t.path();
+  tooltest::Result r = lltest::run_program(
+      "/usr/bin/unshare",
+      {"-m", "--propagation", "private", "/bin/sh", t.file("script"), t.path(), tooltest::tool_path()}, opts);
+  if (!tooltest::file_exists(t.file("ns")) || r.exit_code == 77) GTEST_SKIP() << "no private mount namespace";
+  ASSERT_EQ(r.exit_code, 0) << r.err;
+  const std::string unit = t.read("unit");
+  EXPECT_NE(unit.find("Type=notify\n"), std::string::npos) << unit;
+  EXPECT_NE(unit.find("ExecStart=\"" + tooltest::tool_path() + "\" \"serve\" \"--service\" \"--store\" \"" +
+                      t.file("store dir") + "\" \"--listen\" \"127.0.0.1:7441\"\n"),
+            std::string::npos)
+      << unit;
+  EXPECT_EQ(t.read("left"), "");
+  EXPECT_EQ(t.read("calls"), "daemon-reload\nenable -- llocalsave\ndisable -- llocalsave\ndaemon-reload\n");
+}
+#endif
+
+#ifdef _WIN32
+// A real service: installed with -ADD, started by the service control
+// manager, a save and a restore through it, stopped by the manager with a
+// clean exit code, removed with -REM.
+TEST(Save, RunsAsAWindowsService) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "f", "service");
+  const std::string port_file = t.file("port");
+  run({"serve", "-REM"});  // left over from an earlier run
+  tooltest::Result add =
+      run({"serve", "-ADD", "--store", t.file("store"), "--listen", "127.0.0.1:0", "--port-file", port_file});
+  ASSERT_EQ(add.exit_code, 0) << add.err;
+  EXPECT_EQ(start_service("llocalsave", 60), 0);
+  for (int i = 0; i < 500 && !tooltest::file_exists(port_file); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  const std::string addr = "127.0.0.1:" + std::to_string(std::atoi(tooltest::read_file(port_file).c_str()));
+  tooltest::Result saved = run({"save", addr, t.file("src")});
+  EXPECT_EQ(saved.exit_code, 0) << saved.err;
+  tooltest::Result back = run({"restore", addr, first_line(saved.out), t.file("back")});
+  EXPECT_EQ(back.exit_code, 0) << back.err;
+  EXPECT_EQ(tooltest::read_file(t.file("back") + "\\src\\f"), "service");
+  EXPECT_EQ(stop_service("llocalsave", 40), 0);
+  SC_HANDLE scm = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+  SC_HANDLE svc = OpenServiceW(scm, L"llocalsave", SERVICE_QUERY_STATUS);
+  SERVICE_STATUS st{};
+  EXPECT_TRUE(svc && QueryServiceStatus(svc, &st));
+  EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
+  EXPECT_EQ(st.dwWin32ExitCode, 0u);
+  if (svc) CloseServiceHandle(svc);
+  EXPECT_EQ(run({"serve", "-REM"}).exit_code, 0);
+  svc = OpenServiceW(scm, L"llocalsave", SERVICE_QUERY_STATUS);
+  EXPECT_TRUE(svc == nullptr && GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST);
+  if (svc) CloseServiceHandle(svc);
+  CloseServiceHandle(scm);
+  EXPECT_EQ(tooltest::list_dir(t.file("store")).size(), 1u);
+}
+#endif
 
 }  // namespace

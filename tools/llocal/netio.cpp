@@ -191,9 +191,12 @@ qz_socket_t connect_to(const Address &addr, std::string &why) {
     qzsoclose(s);
     return QZ_INVALID_SOCKET;
   }
+  return s;
+}
+
+Conn::Conn(qz_socket_t s, int idle_ms) : s_(s), idle_ms_(idle_ms) {
   int one = 1;
   qzsetsockopt(s, IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<const char *>(&one), sizeof one);
-  return s;
 }
 
 Conn::~Conn() { close(); }
@@ -224,18 +227,35 @@ bool Conn::send(uint8_t type, const void *payload, size_t len) {
 }
 
 bool Conn::recv_all(unsigned char *p, size_t n) {
+  constexpr size_t kAhead = 64 * 1024;
   while (n > 0) {
+    if (in_at_ < in_end_) {
+      size_t k = n < in_end_ - in_at_ ? n : in_end_ - in_at_;
+      std::memcpy(p, in_.data() + in_at_, k);
+      in_at_ += k;
+      p += k;
+      n -= k;
+      continue;
+    }
     qz_fd_set set;
     QZ_FD_ZERO(&set);
     QZ_FD_SET(s_, &set);
     timeval tv{idle_ms_ / 1000, (idle_ms_ % 1000) * 1000};
     int r = qz_select(0, &set, nullptr, nullptr, &tv);
     if (r <= 0) return false;  // idle too long, or cancelled (EINTR)
-    int chunk = n > 1u << 20 ? 1 << 20 : static_cast<int>(n);
-    int got = qzrecv(s_, reinterpret_cast<char *>(p), chunk, 0);
+    if (n >= kAhead) {         // a large read goes straight to its place
+      int chunk = n > 1u << 20 ? 1 << 20 : static_cast<int>(n);
+      int got = qzrecv(s_, reinterpret_cast<char *>(p), chunk, 0);
+      if (got <= 0) return false;
+      p += got;
+      n -= static_cast<size_t>(got);
+      continue;
+    }
+    if (in_.empty()) in_.resize(kAhead);
+    int got = qzrecv(s_, reinterpret_cast<char *>(in_.data()), static_cast<int>(kAhead), 0);
     if (got <= 0) return false;
-    p += got;
-    n -= static_cast<size_t>(got);
+    in_at_ = 0;
+    in_end_ = static_cast<size_t>(got);
   }
   return true;
 }
@@ -259,11 +279,22 @@ bool Conn::recv(proto::Frame &f, std::string &why) {
   return true;
 }
 
+bool Conn::readable() {
+  if (in_at_ < in_end_) return true;
+  qz_fd_set set;
+  QZ_FD_ZERO(&set);
+  QZ_FD_SET(s_, &set);
+  timeval tv{0, 0};
+  return qz_select(0, &set, nullptr, nullptr, &tv) > 0;
+}
+
 void Conn::fail(uint32_t code, const std::string &text) {
   proto::Writer w;
   w.u32(code);
   w.bytes(text.data(), text.size() > 1024 ? 1024 : text.size());
   (void)send(proto::kError, w);
+  if (s_ != QZ_INVALID_SOCKET) qzsocloselinger(s_);
+  s_ = QZ_INVALID_SOCKET;
 }
 
 }  // namespace llocal::net

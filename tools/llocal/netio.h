@@ -27,7 +27,9 @@ qz_socket_t connect_to(const Address &addr, std::string &why);
 
 class Conn {
  public:
-  explicit Conn(qz_socket_t s, int idle_ms = 300000) : s_(s), idle_ms_(idle_ms) {}
+  // Frames go out as they are written: the library sends a frame in pieces
+  // smaller than a segment, which the system must not hold back.
+  explicit Conn(qz_socket_t s, int idle_ms = 300000);
   ~Conn();
   Conn(const Conn &) = delete;
   Conn &operator=(const Conn &) = delete;
@@ -40,7 +42,11 @@ class Conn {
   // frame (why says which), after idle_ms without a byte, or when the
   // process's sockets were cancelled (errno EINTR).
   bool recv(proto::Frame &f, std::string &why);
-  // Sends an error frame (best effort).
+  // True when the peer has sent something (or closed) that is not read yet.
+  bool readable();
+  // Sends an error frame (best effort) and closes gracefully: what the peer
+  // still sends is read and dropped for a while, so that the error frame is
+  // not lost to a reset.
   void fail(uint32_t code, const std::string &text);
   void close();
 
@@ -49,6 +55,10 @@ class Conn {
   qz_socket_t s_;
   int idle_ms_;
   std::vector<unsigned char> out_;
+  // Bytes received ahead of the frame being read: small frames cost no
+  // system call of their own.
+  std::vector<unsigned char> in_;
+  size_t in_at_ = 0, in_end_ = 0;
 };
 
 }  // namespace llocal::net

@@ -58,7 +58,12 @@ class Meter {
   }
 
  private:
-  static long long clock_ms() { return static_cast<long long>(std::clock()) * 1000 / CLOCKS_PER_SEC; }
+  // Wall time: the rate a user sees, not the processor time spent.
+  static long long clock_ms() {
+    timeval tv{};
+    gettimeofday(&tv, nullptr);
+    return static_cast<long long>(tv.tv_sec) * 1000 + tv.tv_usec / 1000;
+  }
   bool active_, drawn_ = false;
   long long start_, last_ = 0;
   uint64_t files_ = 0, bytes_ = 0;
@@ -221,6 +226,8 @@ class Sender {
       qz_mtx_unlock(m_);
       if (!j) return ok_;
       if (ok_) ok_ = c_.send_raw(j->out.data(), j->out.size());
+      // The server speaks during a save only to refuse it: stop sending then.
+      if (ok_ && ++sent_ % 64 == 0 && c_.readable()) ok_ = false;
       qz_mtx_lock(m_);
       spare_.push_back(j);
       qz_mtx_unlock(m_);
@@ -261,6 +268,7 @@ class Sender {
   std::vector<Job *> spare_;
   Job *next_ = nullptr;
   bool stop_ = false, ok_ = true;
+  unsigned sent_ = 0;
 };
 
 // ---------------------------------------------------------------- save
@@ -435,8 +443,9 @@ int cmd_save(int argc, char **argv) {
   s.meter.done();
   Frame f;
   std::string why;
-  if (s.broken || !s.out.frame(proto::kEnd, nullptr, 0) || !s.out.flush() || !conn->recv(f, why) ||
-      f.type != proto::kSaved) {
+  bool sent = !s.broken && s.out.frame(proto::kEnd, nullptr, 0) && s.out.flush();
+  // A save the server refused ends with its error frame: read it for the reason.
+  if (!conn->recv(f, why) || f.type != proto::kSaved || !sent) {
     std::string text = f.type == proto::kError ? error_text(f) : why.empty() ? "connection ended" : why;
     error(msg(86, "the save failed: %s\n"), text.c_str());
     return kUsage;
@@ -476,6 +485,193 @@ std::string parent_of(const std::string &path) {
   return cut == std::string::npos ? std::string() : path.substr(0, cut);
 }
 
+// Frames of a restore in the order they came; block frames are opened
+// (decoded, CRC checked) by worker threads meanwhile, at most kDepth ahead
+// of the frame in use.
+class Receiver {
+ public:
+  struct Item {
+    Frame f;
+    std::vector<unsigned char> out;
+    proto::Block b;
+    bool parsed = false;  // the block frame's fields hold
+    bool opened = false;  // ... and its bytes decoded and checked
+    bool ready = false;
+  };
+  static constexpr size_t kDepth = 16;
+
+  Receiver() {
+    qz_mtx_create(&m_);
+    qz_cond_create(&work_);
+    qz_cond_create(&done_);
+    int n = get_num_processors();
+    n = n < 1 ? 1 : n > 4 ? 4 : n;
+    for (int i = 0; i < n; ++i) {
+      qz_thr_t *t = nullptr;
+      if (qz_thr_create(&t, run, this)) threads_.push_back(t);
+    }
+  }
+  ~Receiver() {
+    qz_mtx_lock(m_);
+    stop_ = true;
+    qz_mtx_unlock(m_);
+    for (qz_thr_t *t : threads_) {
+      for (;;) {
+        qz_cond_signal(work_);
+        int nowait = 1;
+        qz_thr_wait(t, nullptr, &nowait);
+        if (nowait) break;
+        delay(1);
+      }
+      qz_thr_destroy(t);
+    }
+    qz_cond_destroy(work_);
+    qz_cond_destroy(done_);
+    qz_mtx_destroy(m_);
+    for (Item *it : order_) delete it;
+    for (Item *it : spare_) delete it;
+  }
+  Receiver(const Receiver &) = delete;
+  Receiver &operator=(const Receiver &) = delete;
+
+  // An item to receive the next frame into; hand it to push().
+  Item *slot() {
+    qz_mtx_lock(m_);
+    Item *it = nullptr;
+    if (!spare_.empty()) {
+      it = spare_.back();
+      spare_.pop_back();
+    }
+    qz_mtx_unlock(m_);
+    return it ? it : new Item;
+  }
+  void push(Item *it) {
+    bool block = it->f.type == proto::kBlock;
+    it->ready = !block;
+    qz_mtx_lock(m_);
+    order_.push_back(it);
+    if (block) todo_.push_back(it);
+    qz_mtx_unlock(m_);
+    if (block) qz_cond_signal(work_);
+  }
+  // The oldest frame once it is ready, when more than 'keep' are queued
+  // (waiting for it then); null otherwise. Give it back with recycle().
+  Item *next(size_t keep) {
+    qz_mtx_lock(m_);
+    while (order_.size() > keep && !order_.front()->ready) qz_cond_wait(done_, m_);
+    Item *it = nullptr;
+    if (order_.size() > keep || (!order_.empty() && order_.front()->ready)) {
+      it = order_.front();
+      order_.pop_front();
+    }
+    qz_mtx_unlock(m_);
+    return it;
+  }
+  void recycle(Item *it) {
+    qz_mtx_lock(m_);
+    spare_.push_back(it);
+    qz_mtx_unlock(m_);
+  }
+
+ private:
+  static void *run(void *arg) {
+    Receiver *r = static_cast<Receiver *>(arg);
+    for (;;) {
+      qz_mtx_lock(r->m_);
+      while (r->todo_.empty() && !r->stop_) qz_cond_wait(r->work_, r->m_);
+      if (r->todo_.empty()) {
+        qz_mtx_unlock(r->m_);
+        break;
+      }
+      Item *it = r->todo_.front();
+      r->todo_.pop_front();
+      qz_mtx_unlock(r->m_);
+      if (it->out.empty()) it->out.resize(proto::kBlockRoom);
+      it->parsed = proto::get_block(it->f.payload.data(), it->f.payload.size(), it->b);
+      it->opened = it->parsed && proto::open_block(it->b, it->out.data());
+      qz_mtx_lock(r->m_);
+      it->ready = true;
+      qz_mtx_unlock(r->m_);
+      qz_cond_signal(r->done_);  // one waiter: the receiving thread
+    }
+    T_threadexit();
+    return nullptr;
+  }
+
+  qz_mtx_t *m_ = nullptr;
+  qz_cond_t *work_ = nullptr, *done_ = nullptr;
+  std::vector<qz_thr_t *> threads_;
+  std::deque<Item *> order_, todo_;
+  std::vector<Item *> spare_;
+  bool stop_ = false;
+};
+
+// One restore's files: each written under a temporary name and renamed into
+// place once its blocks and its SHA-1 checked out.
+struct Restorer {
+  const std::string &dir;
+  Meter meter;
+  std::unique_ptr<Output> file;
+  std::string file_name;
+  sha_ctx sha;
+  bool file_bad = false;
+  int failures = 0;
+
+  enum Step { kGoOn, kDone, kBroken };
+
+  Step take(Receiver::Item &it) {
+    const Frame &f = it.f;
+    if (f.type == proto::kEnd && !file) return kDone;
+    if (f.type == proto::kEntry && !file) {
+      proto::Entry e;
+      if (!proto::get_entry(f.payload.data(), f.payload.size(), e)) return kBroken;
+      std::string target = target_of(dir, e.name);
+      if (e.kind == proto::kDir) {
+        if (qz_mkdirs(target.c_str(), 0755) != 0 && errno != EEXIST) {
+          error(msg(99, "%s: %s\n"), target.c_str(), errno_text());
+          ++failures;
+        }
+        return kGoOn;
+      }
+      std::string parent = parent_of(target);
+      if (!parent.empty()) qz_mkdirs(parent.c_str(), 0755);
+      file = std::make_unique<Output>();
+      file_name = target;
+      file_bad = !file->open(target, true);
+      sha_init(&sha);
+      return kGoOn;
+    }
+    if (f.type == proto::kBlock && file) {
+      if (!it.parsed) return kBroken;
+      if (!it.opened) {
+        if (!file_bad) error(msg(90, "%s: a stored block is damaged\n"), file_name.c_str());
+        file_bad = true;
+        return kGoOn;
+      }
+      sha_update(&sha, it.out.data(), it.b.length);
+      if (!file_bad && !file->write(it.out.data(), it.b.length)) file_bad = true;
+      meter.add(0, it.b.length);
+      return kGoOn;
+    }
+    if (f.type == proto::kFileEnd && file && f.payload.size() == 21) {
+      unsigned char digest[20];
+      sha_final(digest, &sha);
+      if (!file_bad && std::memcmp(digest, f.payload.data(), 20) != 0) {
+        error(msg(81, "%s: the restored bytes do not match the saved file\n"), file_name.c_str());
+        file_bad = true;
+      }
+      if (file_bad || !file->commit()) {
+        file->abandon();
+        ++failures;
+      }
+      file.reset();
+      meter.add(1, 0);
+      return kGoOn;
+    }
+    return kBroken;  // a frame out of place
+  }
+};
+
 }  // namespace
 
 int cmd_restore(int argc, char **argv) {
@@ -496,81 +692,43 @@ int cmd_restore(int argc, char **argv) {
     error(msg(99, "%s: %s\n"), dir.c_str(), errno_text());
     return kFailed;
   }
-  Meter meter;
-  std::vector<unsigned char> block(proto::kBlockRoom);
-  std::unique_ptr<Output> file;
-  std::string file_name;
-  sha_ctx sha;
-  bool file_bad = false;
-  int failures = 0;
-  Frame f;
+  Restorer rs{dir};
+  Receiver rx;
   std::string why;
-  for (;;) {
-    if (!conn->recv(f, why)) {
-      error(msg(89, "the restore failed: %s\n"), why.c_str());
-      return kFailed;
-    }
-    if (f.type == proto::kEnd && !file) break;
-    if (f.type == proto::kError) {
-      error(msg(89, "the restore failed: %s\n"), error_text(f).c_str());
-      return kFailed;
-    }
-    if (f.type == proto::kEntry && !file) {
-      proto::Entry e;
-      if (!proto::get_entry(f.payload.data(), f.payload.size(), e)) break;
-      std::string target = target_of(dir, e.name);
-      if (e.kind == proto::kDir) {
-        if (qz_mkdirs(target.c_str(), 0755) != 0 && errno != EEXIST) {
-          error(msg(99, "%s: %s\n"), target.c_str(), errno_text());
-          ++failures;
-        }
-        continue;
+  bool received = true;  // all frames up to the end or an error frame came
+  Restorer::Step step = Restorer::kGoOn;
+  for (bool more = true; step == Restorer::kGoOn;) {
+    if (more) {
+      Receiver::Item *it = rx.slot();
+      if (!conn->recv(it->f, why)) {
+        rx.recycle(it);
+        received = more = false;
+      } else {
+        more = it->f.type != proto::kEnd && it->f.type != proto::kError;
+        rx.push(it);
       }
-      std::string parent = parent_of(target);
-      if (!parent.empty()) qz_mkdirs(parent.c_str(), 0755);
-      file = std::make_unique<Output>();
-      file_name = target;
-      file_bad = !file->open(target, true);
-      sha_init(&sha);
-      continue;
     }
-    if (f.type == proto::kBlock && file) {
-      proto::Block b;
-      if (!proto::get_block(f.payload.data(), f.payload.size(), b)) break;
-      if (!proto::open_block(b, block.data())) {
-        if (!file_bad) error(msg(90, "%s: a stored block is damaged\n"), file_name.c_str());
-        file_bad = true;
-        continue;
+    // Frames are taken in order; while more are coming, up to kDepth wait.
+    while (Receiver::Item *it = rx.next(more ? Receiver::kDepth : 0)) {
+      if (it->f.type == proto::kError) {
+        error(msg(89, "the restore failed: %s\n"), error_text(it->f).c_str());
+        rx.recycle(it);
+        if (rs.file) rs.file->abandon();
+        return kFailed;
       }
-      sha_update(&sha, block.data(), b.length);
-      if (!file_bad && !file->write(block.data(), b.length)) file_bad = true;
-      meter.add(0, b.length);
-      continue;
+      step = rs.take(*it);
+      rx.recycle(it);
+      if (step != Restorer::kGoOn) break;
     }
-    if (f.type == proto::kFileEnd && file && f.payload.size() == 21) {
-      unsigned char digest[20];
-      sha_final(digest, &sha);
-      if (!file_bad && std::memcmp(digest, f.payload.data(), 20) != 0) {
-        error(msg(81, "%s: the restored bytes do not match the saved file\n"), file_name.c_str());
-        file_bad = true;
-      }
-      if (file_bad || !file->commit()) {
-        file->abandon();
-        ++failures;
-      }
-      file.reset();
-      meter.add(1, 0);
-      continue;
-    }
-    break;  // a frame out of place
+    if (!more && step == Restorer::kGoOn) break;  // every frame used, no end came
   }
-  meter.done();
-  if (f.type != proto::kEnd || file) {
-    if (file) file->abandon();
-    error(msg(89, "the restore failed: %s\n"), "a frame breaks the protocol");
+  rs.meter.done();
+  if (step != Restorer::kDone) {
+    if (rs.file) rs.file->abandon();
+    error(msg(89, "the restore failed: %s\n"), received ? "a frame breaks the protocol" : why.c_str());
     return kFailed;
   }
-  return failures ? kFailed : kOk;
+  return rs.failures ? kFailed : kOk;
 }
 
 int cmd_list(int argc, char **argv) {

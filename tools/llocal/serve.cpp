@@ -44,6 +44,18 @@ std::string self_path() {
   return p && *p ? std::string(p) : std::string("llocal");
 }
 
+std::string absolute_path(const char *name) {
+  std::string cwd(4096, '\0');
+  if (!qzmo_getcwd(cwd.data(), static_cast<int>(cwd.size()))) return name;
+  std::string buf(std::strlen(name) + 4100, '\0');  // room for the current folder
+#ifdef _WIN32
+  fullcanon_dirsep(name, buf.data(), cwd.c_str(), '\\');
+#else
+  fullcanon_dirsep(name, buf.data(), cwd.c_str(), '/');
+#endif
+  return buf.c_str();
+}
+
 void on_stop(int) {
   g_stop.store(1);
   qz_socancel();
@@ -213,16 +225,44 @@ int serve_connection(qz_socket_t sock, const std::string &store_dir) {
 
 // ---------------------------------------------------------------- the daemon
 
+// Windows serves each connection on a thread of the daemon: a socket a child
+// inherits as its standard input reads there, but sends and socket options
+// on it fail with "not a socket" (seen under the Wine the library is tested
+// on), and a process start costs tens of milliseconds there against a
+// fraction of one for a thread. POSIX keeps a child per connection.
+#ifdef _WIN32
+constexpr bool kThreadsByDefault = true;
+#else
+constexpr bool kThreadsByDefault = false;
+#endif
+
 struct ServeOptions {
   std::string store, listen = kDefaultListen, port_file;
   bool child = false;  // serve the connection on standard input and output
+  bool threads = kThreadsByDefault;
+  bool service = false;  // the command line installed for the service manager
 };
+
+// A connection handed to a thread of the daemon.
+struct Handed {
+  qz_socket_t sock;
+  std::string store;
+};
+
+void *handler_thread(void *arg) {
+  std::unique_ptr<Handed> h(static_cast<Handed *>(arg));
+  serve_connection(h->sock, h->store);
+  h.reset();
+  T_threadexit();
+  return nullptr;
+}
 
 // Long option words of serve, turned into the letters getopt reads.
 void short_options(int argc, char **argv) {
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--") == 0) break;
-    static const char *const longs[][2] = {{"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}};
+    static const char *const longs[][2] = {
+        {"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}, {"--threads", "-T"}, {"--service", "-R"}};
     for (const auto &l : longs)
       if (std::strcmp(argv[i], l[0]) == 0) argv[i] = const_cast<char *>(l[1]);
   }
@@ -265,12 +305,23 @@ int run_daemon(const ServeOptions &o, const char *self) {
   eventprintf(QZ_EVENT_INFORMATION, 0, "save server listening on port %d", addr.port);
 
   int children = 0;
-  auto reap = [&children](bool block) {
+  std::vector<qz_thr_t *> threads;
+  auto reap = [&children, &threads](bool block) {
     int status = 0;
     while (children > 0) {
       int id = waitchild(-1, &status, block ? 0 : QZ_WAIT_NOHANG);
       if (id <= 0) break;
       --children;
+    }
+    for (size_t i = 0; i < threads.size();) {
+      int nowait = 1;
+      qz_thr_wait(threads[i], nullptr, &nowait);
+      if (nowait) {
+        qz_thr_destroy(threads[i]);
+        threads.erase(threads.begin() + static_cast<std::ptrdiff_t>(i));
+      } else {
+        ++i;
+      }
     }
   };
   while (!g_stop.load()) {
@@ -283,6 +334,18 @@ int run_daemon(const ServeOptions &o, const char *self) {
     if (r <= 0) continue;
     qz_socket_t c = qzaccept(ls, nullptr, nullptr);
     if (c == QZ_INVALID_SOCKET) continue;
+    if (o.threads) {
+      qz_thr_t *t = nullptr;
+      auto *h = new Handed{c, o.store};
+      if (qz_thr_create(&t, handler_thread, h)) {
+        threads.push_back(t);
+      } else {
+        delete h;
+        qzsoclose(c);
+        error(msg(92, "cannot start a connection handler: %s\n"), errno_text());
+      }
+      continue;
+    }
     // The child starts with the connection as its standard input and
     // output: the library's start-up closes every other descriptor a program
     // inherits.
@@ -302,6 +365,14 @@ int run_daemon(const ServeOptions &o, const char *self) {
   // Children still receiving are asked to stop; those sending finish quickly.
   if (children > 0) kill(0, 15);
   reap(true);
+  // Threads still receiving are released from their wait by a cancel; one
+  // that was between two waits meets the next cancel. A thread still stuck
+  // after ten seconds (a client that reads nothing) ends with the process.
+  for (int i = 0; i < 100 && !threads.empty(); ++i) {
+    qz_socancel();
+    delay(100);
+    reap(false);
+  }
   eventprintf(QZ_EVENT_INFORMATION, 0, "save server stopped");
   if (service) StopThisService(nullptr, 0);
   return kOk;
@@ -315,14 +386,27 @@ int cmd_serve(int argc, char **argv) {
   // "llocal serve" with the words after them.
   if (argc >= 2 && (qzstricmp(argv[1], "-ADD") == 0 || qzstricmp(argv[1], "-REM") == 0)) {
     std::string self = self_path();
-    std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve")};
-    for (int i = 2; i < argc; ++i) words.push_back(argv[i]);
+    std::vector<std::string> kept;  // folders made absolute, kept alive for words
+    kept.reserve(static_cast<size_t>(argc));
+    std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve"), const_cast<char *>("--service")};
+    for (int i = 2; i < argc; ++i) {
+      words.push_back(argv[i]);
+      // A service starts in the manager's folder, not the installer's: the
+      // store and the port file are installed as absolute names.
+      static const char *const folders[] = {"--store", "-s", "--port-file", "-p"};
+      bool folder = false;
+      for (const char *f : folders) folder = folder || std::strcmp(argv[i], f) == 0;
+      if (folder && i + 1 < argc) {
+        kept.push_back(absolute_path(argv[++i]));
+        words.push_back(kept.back().data());
+      }
+    }
     words.push_back(nullptr);
     SvcInstalling2(static_cast<int>(words.size()) - 1, words.data(), kServiceName, kServiceDisplay, 1);
     return kOk;
   }
   short_options(argc, argv);
-  Options opts(argc, argv, "s:l:p:Ch");
+  Options opts(argc, argv, "s:l:p:CRTh");
   ServeOptions o;
   for (int c; (c = opts.next()) != -1;) {
     switch (c) {
@@ -330,12 +414,20 @@ int cmd_serve(int argc, char **argv) {
       case 'l': o.listen = opts.arg(); break;
       case 'p': o.port_file = opts.arg(); break;
       case 'C': o.child = true; break;
+      case 'T': o.threads = true; break;
+      case 'R': o.service = true; break;
       case 'h': return help(cmd);
       default: return opts.bad_option(cmd);
     }
   }
   if (!opts.operands().empty()) return usage_error(cmd, "%s", msg(94, "unexpected operand\n"));
   if (o.store.empty()) return usage_error(cmd, "%s", msg(95, "the store folder is required (--store DIR)\n"));
+#ifdef _WIN32
+  // The library tells a Windows service from a console program by the
+  // absence of the profile's HOMEDRIVE, which some systems (Wine among them)
+  // give services too. The installed command line says what the process is.
+  if (o.service) qzputenv("HOMEDRIVE=");
+#endif
   if (o.child) {
     regevent(9, on_stop);
     return serve_connection(stdin_socket(), o.store);

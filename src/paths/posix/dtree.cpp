@@ -13,6 +13,7 @@
 
 #include "paths/dtree_os.h"
 #include "paths/posix/statrec.h"
+#include "frame/fault.h"
 
 struct ll::dtree::OsDir {
   int fd;
@@ -26,7 +27,7 @@ OsDir *wrap(int fd, int &err) noexcept {
     err = errno;
     return nullptr;
   }
-  OsDir *d = new (std::nothrow) OsDir{fd};
+  OsDir *d = LL_FAULT(alloc) ? nullptr : new (std::nothrow) OsDir{fd};
   if (!d) {
     ::close(fd);
     err = ENOMEM;
@@ -36,22 +37,23 @@ OsDir *wrap(int fd, int &err) noexcept {
 }  // namespace
 
 OsDir *open_root(const std::string &path, int &err) noexcept {
-  return wrap(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), err);
+  return wrap(LL_FAULT(open) ? -1 : ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), err);
 }
 
 OsDir *open_child(OsDir *parent, const Item &item, const std::string &, bool follow, int &err) noexcept {
   int fl = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW);
-  return wrap(::openat(parent->fd, item.name.c_str(), fl), err);
+  return wrap(LL_FAULT(open) ? -1 : ::openat(parent->fd, item.name.c_str(), fl), err);
 }
 
 bool list(OsDir *dir, std::vector<Item> &out, int &err) noexcept {
-  // The stream gets its own descriptor: the directory's stays usable for openat.
-  int fd = ::fcntl(dir->fd, F_DUPFD_CLOEXEC, 0);
+  // The stream gets its own descriptor (close-on-exec from birth): the
+  // directory's stays usable for openat.
+  int fd = LL_FAULT(open) ? -1 : ::fcntl(dir->fd, F_DUPFD_CLOEXEC, 0);
   if (fd < 0) {
     err = errno;
     return false;
   }
-  DIR *d = ::fdopendir(fd);
+  DIR *d = LL_FAULT(alloc) ? nullptr : ::fdopendir(fd);
   if (!d) {
     err = errno;
     ::close(fd);
@@ -62,7 +64,7 @@ bool list(OsDir *dir, std::vector<Item> &out, int &err) noexcept {
   try {
     for (;;) {
       errno = 0;
-      struct dirent *e = ::readdir(d);
+      struct dirent *e = LL_FAULT(io) ? nullptr : ::readdir(d);
       if (!e) {
         if (errno != 0) {
           err = errno;

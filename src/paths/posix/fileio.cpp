@@ -20,6 +20,7 @@
 #include "frame/output.h"
 #include "paths/paths.h"
 #include "paths/posix/statrec.h"
+#include "frame/fault.h"
 
 // The real system calls behind the names this library maps.
 #undef lockf
@@ -100,6 +101,7 @@ LL_API FILE *qzfopen(const char *name, const char *mode) noexcept {
     errno = EINVAL;
     return nullptr;
   }
+  if (LL_FAULT(open)) return nullptr;
   return std::fopen(name, mode);
 }
 
@@ -115,6 +117,7 @@ LL_API int ll_open64(const char *name, int flags, ...) noexcept {
     errno = EINVAL;
     return -1;
   }
+  if (LL_FAULT(open)) return -1;
   return open(name, flags, static_cast<mode_t>(mode));
 }
 
@@ -178,9 +181,9 @@ LL_API QZDIR *qz_opendir(const char *name) noexcept {
     errno = EINVAL;
     return nullptr;
   }
-  DIR *d = opendir(name);
+  DIR *d = LL_FAULT(open) ? nullptr : opendir(name);
   if (!d) return nullptr;
-  auto *q = new (std::nothrow) qz_dir;
+  auto *q = LL_FAULT(alloc) ? nullptr : new (std::nothrow) qz_dir;
   if (!q) {
     closedir(d);
     errno = ENOMEM;
@@ -230,6 +233,7 @@ LL_API int ll_mkstemp(char *templ) noexcept {
     errno = EINVAL;
     return -1;
   }
+  if (LL_FAULT(open)) return -1;
   return mkstemp(templ);
 }
 

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "frame/optional.h"
+#include "frame/fault.h"
 #include "frame/win32/win.h"
 #include "paths/dtree_os.h"
 #include "paths/win32/wpaths.h"
@@ -144,6 +145,7 @@ void trim(std::wstring &path) {
 // when follow is set, otherwise the reparse point itself.
 HANDLE open_handle(const std::wstring &path, bool follow, bool list) {
   const DWORD access = FILE_READ_ATTRIBUTES | SYNCHRONIZE | (list ? FILE_LIST_DIRECTORY : 0);
+  if (LL_FAULT(open)) return INVALID_HANDLE_VALUE;
   return CreateFileW(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                      OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | (follow ? 0 : FILE_FLAG_OPEN_REPARSE_POINT), nullptr);
 }

@@ -20,6 +20,7 @@
 
 #include "frame/output.h"
 #include "paths/win32/wpaths.h"
+#include "frame/fault.h"
 
 using namespace ll::paths;
 using namespace ll::paths::win;
@@ -160,6 +161,7 @@ LL_API FILE *qzfopen(const char *name, const char *mode) noexcept {
   std::string m = mode;
   if (m.find('b') == std::string::npos && m.find('t') == std::string::npos) m += 'b';
   std::wstring wm(m.begin(), m.end());
+  if (LL_FAULT(open)) return nullptr;
   return _wfopen(w.c_str(), wm.c_str());
 }
 
@@ -178,6 +180,7 @@ LL_API int ll_open64(const char *name, int flags, ...) noexcept {
     return -1;
   }
   const int pmode = _S_IREAD | ((mode & 0222) ? _S_IWRITE : 0);
+  if (LL_FAULT(open)) return -1;
   return _wopen(w.c_str(), flags | _O_BINARY | _O_NOINHERIT, pmode);
 }
 
@@ -277,7 +280,7 @@ LL_API QZDIR *qz_opendir(const char *name) noexcept {
     errno = ENOTDIR;
     return nullptr;
   }
-  auto *d = new (std::nothrow) qz_dir;
+  auto *d = LL_FAULT(alloc) ? nullptr : new (std::nothrow) qz_dir;
   if (!d) {
     errno = ENOMEM;
     return nullptr;

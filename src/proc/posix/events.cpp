@@ -125,6 +125,7 @@ void fork_child() {
   // process: the child gives the signals back and takes them over again at
   // its next regevent or initialisation.
   g_wr.store(-1);
+  g_rd = -1;
   give_back(SIGTERM);
   give_back(SIGUSR1);
   if (g_console) give_back(SIGINT);
@@ -189,7 +190,7 @@ int read_control_file(const char *path) {
   if (lstat(path, &now) == 0 && now.st_dev == st.st_dev && now.st_ino == st.st_ino) unlink(path);
   close(fd);
   int value;
-  if (ll::ev::parse_control(buf, &value)) __atomic_store_n(&Debug, value, __ATOMIC_RELAXED);
+  if (ll::ev::parse_control(buf, &value)) __atomic_store_n(&Debug, value, __ATOMIC_RELEASE);
   return 1;
 }
 }  // namespace

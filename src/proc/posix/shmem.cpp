@@ -19,6 +19,7 @@
 
 #include <liblocal/security.h>
 #include <liblocal/shmem.h>
+#include "frame/fault.h"
 
 namespace ll::shm_os {
 namespace {
@@ -75,13 +76,13 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
   // The name may vanish between the exclusive create and the open of an
   // existing object (its creator released it): try a few times.
   for (int attempt = 0; attempt < 8 && fd < 0; ++attempt) {
-    fd = shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
+    fd = LL_FAULT(open) ? -1 : shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
     if (fd >= 0) {
       existed = false;
       break;
     }
     if (errno != EEXIST) return false;
-    fd = shm_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0);
+    fd = LL_FAULT(open) ? -1 : shm_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0);
     if (fd >= 0) {
       existed = true;
       break;
@@ -104,10 +105,10 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
   }
   // Reserving the pages also sets a fresh object's size (a fresh object's
   // mode is owner-only less what the umask takes away).
-  ok = ok && reserve(fd, static_cast<off_t>(size));
+  ok = ok && !LL_FAULT(io) && reserve(fd, static_cast<off_t>(size));
   void *p = MAP_FAILED;
   if (ok) {
-    p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    p = LL_FAULT(io) ? MAP_FAILED : mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     ok = p != MAP_FAILED;
   }
   if (!ok) {
@@ -124,7 +125,7 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
 
 bool open(const char *name, uint32_t size, Mapping &m) noexcept {
   const std::string path = object_name(name);
-  const int fd = shm_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0);
+  const int fd = LL_FAULT(open) ? -1 : shm_open(path.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC, 0);
   if (fd < 0) return false;
   struct stat st {};
   if (fstat(fd, &st) != 0) {
@@ -137,7 +138,7 @@ bool open(const char *name, uint32_t size, Mapping &m) noexcept {
     errno = EINVAL;
     return false;
   }
-  void *p = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  void *p = LL_FAULT(io) ? MAP_FAILED : mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
   if (p == MAP_FAILED) {
     close_keep_errno(fd);
     return false;

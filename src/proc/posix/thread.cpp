@@ -31,6 +31,7 @@
 #include "frame/compiler.h"
 #include "frame/os.h"
 #include <liblocal/frame.h>
+#include "frame/fault.h"
 
 namespace ll::thr_os {
 namespace {
@@ -372,7 +373,7 @@ extern "C" void *thread_bottom(void *p) {
 
 bool thread_start(Routine routine, void *arg, void **handle) noexcept {
   install_kill_handler();
-  void *mem = std::calloc(1, sizeof(Block));
+  void *mem = LL_FAULT(alloc) ? nullptr : std::calloc(1, sizeof(Block));
   if (!mem) return false;
   auto *b = new (mem) Block();
   b->routine = routine;
@@ -382,7 +383,7 @@ bool thread_start(Routine routine, void *arg, void **handle) noexcept {
   pthread_attr_t attr;
   pthread_attr_init(&attr);
   pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
-  const int rc = pthread_create(&b->pt, &attr, thread_bottom, b);
+  const int rc = LL_FAULT(spawn) ? EAGAIN : pthread_create(&b->pt, &attr, thread_bottom, b);
   pthread_attr_destroy(&attr);
   if (rc != 0) {
     pthread_mutex_destroy(&b->mu);

@@ -102,6 +102,11 @@ void added(ChildTable &t, Child &c) noexcept {
   }
 }
 
+void release(ChildTable &, Child &c) noexcept {
+  close_obj(c.obj);  // which also takes it out of the epoll set
+  c.obj = -1;
+}
+
 void table_closed(ChildTable &t) noexcept {
   if (t.waitset >= 0) close(static_cast<int>(t.waitset));
   t.waitset = -1;

@@ -16,6 +16,7 @@
 #include "frame/win32/win.h"
 #include <liblocal/osver.h>
 #include <liblocal/security.h>
+#include "frame/fault.h"
 
 namespace ll::shm_os {
 namespace {
@@ -35,7 +36,7 @@ void *token_info(TOKEN_INFORMATION_CLASS cls) noexcept {
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &tok)) return nullptr;
   DWORD len = 0;
   GetTokenInformation(tok, cls, nullptr, 0, &len);
-  void *p = len ? std::malloc(len) : nullptr;
+  void *p = len && !LL_FAULT(alloc) ? std::malloc(len) : nullptr;
   if (p && !GetTokenInformation(tok, cls, p, len, &len)) {
     std::free(p);
     p = nullptr;
@@ -92,7 +93,9 @@ const char *name_prefix() noexcept { return Win32OSMajorVersionNumber() >= 5 ? "
 bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept {
   HANDLE h;
   OwnerOnly desc;
-  if (nt_class()) {
+  if (LL_FAULT(open)) {
+    h = nullptr;
+  } else if (nt_class()) {
     if (!desc.build()) return false;
     h = CreateFileMappingW(INVALID_HANDLE_VALUE, &desc.sa, PAGE_READWRITE, 0, size, win::widen(name).c_str());
   } else {
@@ -104,7 +107,7 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
     CloseHandle(h);
     return fail(ERROR_ACCESS_DENIED);
   }
-  void *p = MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
+  void *p = LL_FAULT(io) ? nullptr : MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
   if (!p) {
     const DWORD e = GetLastError();
     CloseHandle(h);
@@ -116,10 +119,11 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
 }
 
 bool open(const char *name, uint32_t size, Mapping &m) noexcept {
-  HANDLE h = nt_class() ? OpenFileMappingW(FILE_MAP_WRITE, FALSE, win::widen(name).c_str())
-                        : OpenFileMappingA(FILE_MAP_WRITE, FALSE, name);
+  HANDLE h = LL_FAULT(open)   ? nullptr
+             : nt_class() ? OpenFileMappingW(FILE_MAP_WRITE, FALSE, win::widen(name).c_str())
+                          : OpenFileMappingA(FILE_MAP_WRITE, FALSE, name);
   if (!h) return fail(GetLastError());
-  void *p = MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
+  void *p = LL_FAULT(io) ? nullptr : MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
   if (!p) {
     const DWORD e = GetLastError();
     CloseHandle(h);

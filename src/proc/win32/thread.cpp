@@ -8,6 +8,7 @@
 
 #include "frame/areas.h"
 #include "frame/win32/win.h"
+#include "frame/fault.h"
 
 namespace ll::thr_os {
 
@@ -55,12 +56,12 @@ unsigned __stdcall thread_bottom(void *p) {
 }  // namespace
 
 bool thread_start(Routine routine, void *arg, void **handle) noexcept {
-  auto *s = static_cast<Start *>(std::malloc(sizeof(Start)));
+  auto *s = LL_FAULT(alloc) ? nullptr : static_cast<Start *>(std::malloc(sizeof(Start)));
   if (!s) return false;
   s->routine = routine;
   s->arg = arg;
   unsigned id = 0;
-  const uintptr_t h = _beginthreadex(nullptr, 0, thread_bottom, s, 0, &id);
+  const uintptr_t h = LL_FAULT(spawn) ? 0 : _beginthreadex(nullptr, 0, thread_bottom, s, 0, &id);
   if (!h) {
     std::free(s);
     return false;

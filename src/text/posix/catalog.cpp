@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "text/catalog_backend.h"
+#include "frame/fault.h"
 
 namespace ll::text::catalog_os {
 
@@ -36,6 +37,7 @@ void *open(const std::string &path) noexcept {
     }
     for (int i = 0; i < n; ++i) {
       if (access(candidates[i].c_str(), R_OK) != 0) continue;
+      if (LL_FAULT(open)) continue;
       nl_catd cd = catopen(candidates[i].c_str(), 0);
       if (cd != reinterpret_cast<nl_catd>(-1)) return cd;
     }

@@ -9,6 +9,7 @@
 #include <liblocal/catalog.h>
 
 #include "text/catalog_backend.h"
+#include "frame/fault.h"
 
 namespace ll::text::catalog_os {
 
@@ -34,7 +35,7 @@ namespace {
 // or damaged file would be read past its end by the message lookup. Accept
 // only a file whose headers and section data all lie inside it.
 bool whole_image(const std::wstring &path) {
-  HANDLE f = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+  HANDLE f = LL_FAULT(open) ? INVALID_HANDLE_VALUE : CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
   if (f == INVALID_HANDLE_VALUE) return false;
   LARGE_INTEGER size{};
   std::string head(4096, '\0');
