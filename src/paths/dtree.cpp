@@ -60,6 +60,14 @@ struct Walk {
     return fn(&e, arg);
   }
 
+  // True when dev is another file system than the directory being listed
+  // (so once a mount point is crossed, what lies below it is walked as
+  // usual). An unknown device (0) is never another one.
+  bool other_fs(uint64_t dev) const {
+    const uint64_t here = stack.empty() ? root_dev : stack.back().dev;
+    return dev != 0 && here != 0 && dev != here;
+  }
+
   bool on_stack(uint64_t dev, uint64_t ino) const {
     if (dev == 0 && ino == 0) return false;
     for (const Level &l : stack)
@@ -104,7 +112,7 @@ struct Walk {
     }
     int kind = kind_of(it.st, it.reparse);
     bool follow = false;
-    if (kind == QZ_DTK_DIR && it.st.st_dev != root_dev && !(it.have_st && it.st.st_dev == 0)) kind = QZ_DTK_MOUNT;
+    if (kind == QZ_DTK_DIR && other_fs(it.st.st_dev)) kind = QZ_DTK_MOUNT;
     if (kind != QZ_DTK_FILE && kind != QZ_DTK_DIR) {
       qz_dtree_entry e{path.c_str(), path.c_str() + name_at, depth, QZ_DTV_ENTRY, kind, 0, &it.st};
       int h = ask_handler(&e, flags);
@@ -126,7 +134,7 @@ struct Walk {
         return r == QZ_DTW_PRUNE ? 0 : r;
       }
       st = target.st;
-      if (st.st_dev != root_dev && target.have_st && st.st_dev != 0) {
+      if (other_fs(st.st_dev)) {
         // The link leads onto another file system: crossed only as a mount point would be.
         qz_dtree_entry e{path.c_str(), path.c_str() + name_at, depth, QZ_DTV_ENTRY, QZ_DTK_MOUNT, 0, &st};
         if (ask_handler(&e, flags) != QZ_DTH_FOLLOW) {
