@@ -176,6 +176,11 @@ TEST(Dtree, RootsAndBadArguments) {
   EXPECT_EQ(qz_dtree_sethandler(QZ_DTK_FILE, nullptr), nullptr);
   EXPECT_EQ(errno, EINVAL);
 #ifdef _WIN32
+  // The long and the device forms of a name lead to the same entry.
+  for (const char *prefix : {"\\\\?\\", "\\\\.\\"}) {
+    Seen f;
+    EXPECT_EQ(walk(prefix + t.file("f"), 0, f), std::vector<std::string>{"0 0 0 "}) << prefix;
+  }
   // No name on this system has bytes that are not UTF-8.
   errno = 0;
   EXPECT_EQ(qz_dtree_walk((t.path() + "\\\xff\xfe").c_str(), 0, record, &s), -1);

@@ -90,8 +90,13 @@ std::wstring long_form(const std::string &path, bool &ok) {
   std::wstring full(need, L'\0');
   DWORD len = GetFullPathNameW(w.c_str(), need, full.data(), nullptr);
   full.resize(len);
-  if (full.rfind(L"\\\\", 0) == 0) return L"\\\\?\\UNC" + full.substr(1);
-  return L"\\\\?\\" + full;
+  if (full.rfind(L"\\\\.\\", 0) == 0) return L"\\\\?\\" + full.substr(4);  // "\\.\C:\..."
+  if (full.rfind(L"\\\\", 0) != 0) return L"\\\\?\\" + full;
+  std::wstring unc = L"\\\\?\\UNC" + full.substr(1);
+  // A share's root is named with its separator: "\\server\share\".
+  const size_t at = unc.find(L'\\', 8);
+  if (at != std::wstring::npos && unc.find(L'\\', at + 1) == std::wstring::npos) unc += L'\\';
+  return unc;
 }
 
 int64_t unix_time(int64_t t) {
@@ -137,8 +142,16 @@ std::wstring join(const std::wstring &dir, const std::wstring &name) {
   return p + name;
 }
 
+// Drops trailing separators, but not the one a drive root ("\\?\C:\") or a
+// share root ("\\?\UNC\server\share\") needs to name the root itself.
 void trim(std::wstring &path) {
-  while (path.size() > 4 && path.back() == L'\\' && !(path.size() == 7 && path[5] == L':')) path.pop_back();
+  auto share_root = [&path] {
+    if (path.rfind(L"\\\\?\\UNC\\", 0) != 0) return false;
+    const size_t at = path.find(L'\\', 8);
+    return at != std::wstring::npos && path.find(L'\\', at + 1) == path.size() - 1;
+  };
+  while (path.size() > 4 && path.back() == L'\\' && !(path.size() == 7 && path[5] == L':') && !share_root())
+    path.pop_back();
 }
 
 // Opens a file or directory for its record: through a reparse point only
