@@ -13,8 +13,9 @@
 #include <thread>
 
 #ifdef _WIN32
-#include <windows.h>
 #include <winsock2.h>
+// after the sockets' header
+#include <windows.h>
 #else
 #include <netinet/in.h>
 #include <poll.h>
@@ -269,14 +270,17 @@ TEST(Save, AClientKilledHalfWayLeavesNoSave) {
     EXPECT_EQ(kill(pid, 9), 0);
     int status = 0;
     EXPECT_EQ(waitchild(pid, &status, 0), pid);
-    std::vector<std::string> left;
-    for (int i = 0; i < 500; ++i) {
-      left = tooltest::list_dir(srv.store());
-      if (left.empty()) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(run({"list", srv.addr()}).out, "");  // nothing that looks finished
+    // The handler sees the connection end and discards what it got. Wine
+    // keeps a killed process's socket open, so there the server's stop does
+    // it instead.
+    if (!lltest::kWindows) {
+      for (int i = 0; i < 500 && !tooltest::list_dir(srv.store()).empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      EXPECT_EQ(tooltest::list_dir(srv.store()).size(), 0u);
     }
-    EXPECT_TRUE(left.empty()) << left[0];
-    EXPECT_EQ(run({"list", srv.addr()}).out, "");
+    EXPECT_EQ(srv.stop(), 0);
+    EXPECT_EQ(tooltest::list_dir(srv.store()).size(), 0u);
   }
 }
 
@@ -442,11 +446,13 @@ TEST(Save, RunsAsAWindowsService) {
   lltest::TempDir t;
   put(u8(t.file("src")) / "f", "service");
   const std::string port_file = t.file("port");
-  run({"serve", "-REM"});  // left over from an earlier run
-  tooltest::Result add =
-      run({"serve", "-ADD", "--store", t.file("store"), "--listen", "127.0.0.1:0", "--port-file", port_file});
+  // A name of this run's own: another run of the test may be at work.
+  const std::string name = "llocalsave" + std::to_string(GetCurrentProcessId());
+  const std::wstring wname(name.begin(), name.end());
+  tooltest::Result add = run({"serve", "-ADD", "--name", name, "--store", t.file("store"), "--listen", "127.0.0.1:0",
+                              "--port-file", port_file});
   ASSERT_EQ(add.exit_code, 0) << add.err;
-  EXPECT_EQ(start_service("llocalsave", 60), 0);
+  EXPECT_EQ(start_service(name.c_str(), 60), 0);
   for (int i = 0; i < 500 && !tooltest::file_exists(port_file); ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   const std::string addr = "127.0.0.1:" + std::to_string(std::atoi(tooltest::read_file(port_file).c_str()));
@@ -455,16 +461,16 @@ TEST(Save, RunsAsAWindowsService) {
   tooltest::Result back = run({"restore", addr, first_line(saved.out), t.file("back")});
   EXPECT_EQ(back.exit_code, 0) << back.err;
   EXPECT_EQ(tooltest::read_file(t.file("back") + "\\src\\f"), "service");
-  EXPECT_EQ(stop_service("llocalsave", 40), 0);
+  EXPECT_EQ(stop_service(name.c_str(), 40), 0);
   SC_HANDLE scm = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-  SC_HANDLE svc = OpenServiceW(scm, L"llocalsave", SERVICE_QUERY_STATUS);
+  SC_HANDLE svc = OpenServiceW(scm, wname.c_str(), SERVICE_QUERY_STATUS);
   SERVICE_STATUS st{};
   EXPECT_TRUE(svc && QueryServiceStatus(svc, &st));
   EXPECT_EQ(st.dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
   EXPECT_EQ(st.dwWin32ExitCode, 0u);
   if (svc) CloseServiceHandle(svc);
-  EXPECT_EQ(run({"serve", "-REM"}).exit_code, 0);
-  svc = OpenServiceW(scm, L"llocalsave", SERVICE_QUERY_STATUS);
+  EXPECT_EQ(run({"serve", "-REM", "--name", name}).exit_code, 0);
+  svc = OpenServiceW(scm, wname.c_str(), SERVICE_QUERY_STATUS);
   EXPECT_TRUE(svc == nullptr && GetLastError() == ERROR_SERVICE_DOES_NOT_EXIST);
   if (svc) CloseServiceHandle(svc);
   CloseServiceHandle(scm);
