@@ -202,6 +202,17 @@ bool start_thread() {
   return false;
 }
 
+// A saved record comes back whole, or (its copy could not be made) not at all.
+bool save_and_restore() {
+  qzerror rec{QZERR_CODE(QZERR_T_SYSTEM, 3, 5), const_cast<char *>("saved text")};
+  err_save(&rec);
+  qzerror *back = err_restore(err_save(&rec));
+  if (!back) return true;
+  EXPECT_EQ(back->code, rec.code);
+  EXPECT_STREQ(back->text, "saved text");
+  return false;
+}
+
 int quiet(FILE *, const char *, va_list) { return 0; }
 
 }  // namespace
@@ -272,6 +283,7 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
       {"qzfopen/ll_open64", kOpen, true, [&] { return open_file(file); }},
       {"catalog", kAlloc | kOpen | kIo, false, [&] { return catalog_round(app.path()); }},
       {"tokenize", kAlloc, true, [] { return tokenize_line(); }},
+      {"err_save/err_restore", kAlloc, true, [] { return save_and_restore(); }},
       {"qz_thr_create", kAlloc | kSpawn, false, [] { return start_thread(); }},
       {"qz_thr_create, threads only", kSpawn, true, [] { return start_thread(); }},
   };
