@@ -315,12 +315,12 @@ std::string image_path() {
 }  // namespace
 
 TEST(Service, WindowsServiceFromInstallToRemoval) {
-  {
-    Svc old;  // left over from an interrupted run
-    if (old.h) {
-      old.control(SERVICE_CONTROL_STOP);
-      DeleteService(old.h);
-    }
+  for (int i = 0; i < 200; ++i) {  // left over from an interrupted run: gone once no handle is open
+    Svc old;
+    if (!old.h) break;
+    old.control(SERVICE_CONTROL_STOP);
+    if (old.status().dwCurrentState == SERVICE_STOPPED) DeleteService(old.h);
+    Sleep(50);
   }
   lltest::TempDir dir;
   llt_svc_times(0, 0, 0, 200);
@@ -333,7 +333,7 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
   EXPECT_EQ(image_path(), "\"" + std::string(self) + "\" --lltest-child svc_win " + dir.path() + " extra");
   {
   Svc svc;
-  ASSERT_TRUE(svc.h);
+  ASSERT_TRUE(svc.h) << GetLastError();
 
   // Started, paused, continued and stopped by the manager.
   evtest::put(dir.file("mode"), "run");
