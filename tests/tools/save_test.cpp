@@ -246,8 +246,12 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
 const std::vector<std::vector<std::string>> kModes = {{}, {"--threads"}};
 
 TEST(Save, StopEndsTheServerWhileAClientWaits) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "f", "kept");
   for (const auto &mode : kModes) {
     Server srv(mode);
+    tooltest::Result saved = run({"save", srv.addr(), t.file("src")});
+    EXPECT_EQ(saved.exit_code, 0) << saved.err;
     qz_socket_t s = raw_connect(srv.port());
     raw_send(s, frame(1, kHelloSave));  // then silence
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -256,6 +260,10 @@ TEST(Save, StopEndsTheServerWhileAClientWaits) {
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(20));
     EXPECT_EQ(reply_types(s), std::string("\x02")) << "the hello's answer, then the connection's end";
     qzsoclose(s);
+    // The completed save is kept whole; the waiting one left nothing.
+    std::vector<std::string> names = tooltest::list_dir(srv.store());
+    ASSERT_EQ(names.size(), 1u);
+    EXPECT_EQ(tooltest::read_file(srv.store() + "/" + names[0] + "/info").substr(0, 8), "files 1\n");
   }
   EXPECT_EQ(run({"list", "127.0.0.1:1"}).exit_code, 2);
 }
