@@ -34,6 +34,16 @@ namespace {
 
 fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.end())); }
 
+// Starts a program without waiting for it (standard output to out_fd when
+// it is not -1); its id.
+int start(std::vector<std::string> words, int out_fd = -1) {
+  std::vector<char *> argv;
+  for (auto &w : words) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  int fds[3] = {-1, out_fd, -1};
+  return spawn(0, argv.data(), nullptr, fds, nullptr);
+}
+
 // A save server in a temporary store, on a free loopback port.
 class Server {
  public:
@@ -50,14 +60,11 @@ class Server {
                           std::string("--listen"), std::string("127.0.0.1:0"), std::string("--port-file"), port_file})
       words.push_back(w);
     words.insert(words.end(), more.begin(), more.end());
-    std::vector<char *> argv;
-    for (auto &w : words) argv.push_back(w.data());
-    argv.push_back(nullptr);
     {
       std::string name = env.substr(0, env.find('='));
       lltest::ScopedEnv set(env.empty() ? "LLTEST_UNUSED" : name.c_str(),
                             env.empty() ? nullptr : env.c_str() + name.size() + 1);
-      pid_ = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+      pid_ = start(words);
     }
     EXPECT_GT(pid_, 0);
     for (int i = 0; i < 300 && !tooltest::file_exists(port_file); ++i)
@@ -166,13 +173,8 @@ TEST(Save, RoundTripOfATreeWithTwoClientsAtOnce) {
   for (int i = 0; i < 2000; ++i) put(b / ("d" + std::to_string(i % 20)) / ("f" + std::to_string(i)), std::to_string(i));
   Server srv;
   // The second client runs beside the first, its output in a file.
-  std::vector<std::string> words = {tooltest::tool_path(), "save", srv.addr(), b.string()};
-  std::vector<char *> argv;
-  for (auto &w : words) argv.push_back(w.data());
-  argv.push_back(nullptr);
   std::FILE *out_b = qzfopen(t.file("out-b").c_str(), "wb");
-  int fds[3] = {-1, fileno(out_b), -1};
-  int pid_b = spawn(0, argv.data(), nullptr, fds, nullptr);
+  int pid_b = start({tooltest::tool_path(), "save", srv.addr(), b.string()}, fileno(out_b));
   ASSERT_GT(pid_b, 0);
   tooltest::Result ra = run({"save", srv.addr(), a.string()}), rb;
   int status = -1;
@@ -273,11 +275,7 @@ TEST(Save, AClientKilledHalfWayLeavesNoSave) {
   put(u8(t.file("src")) / "big.bin", tooltest::lcg_bytes(100 << 20, 5));
   for (const auto &mode : kModes) {
     Server srv(mode);
-    std::vector<std::string> words = {tooltest::tool_path(), "save", srv.addr(), t.file("src")};
-    std::vector<char *> argv;
-    for (auto &w : words) argv.push_back(w.data());
-    argv.push_back(nullptr);
-    int pid = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    int pid = start({tooltest::tool_path(), "save", srv.addr(), t.file("src")});
     ASSERT_GT(pid, 0);
     // Killed once the server holds a few megabytes of the save.
     uintmax_t held = 0;
