@@ -34,6 +34,16 @@ namespace {
 
 fs::path u8(const std::string &s) { return fs::path(std::u8string(s.begin(), s.end())); }
 
+// Starts a program without waiting for it (standard output to out_fd when
+// it is not -1); its id.
+int start(std::vector<std::string> words, int out_fd = -1) {
+  std::vector<char *> argv;
+  for (auto &w : words) argv.push_back(w.data());
+  argv.push_back(nullptr);
+  int fds[3] = {-1, out_fd, -1};
+  return spawn(0, argv.data(), nullptr, fds, nullptr);
+}
+
 // A save server in a temporary store, on a free loopback port.
 class Server {
  public:
@@ -50,14 +60,11 @@ class Server {
                           std::string("--listen"), std::string("127.0.0.1:0"), std::string("--port-file"), port_file})
       words.push_back(w);
     words.insert(words.end(), more.begin(), more.end());
-    std::vector<char *> argv;
-    for (auto &w : words) argv.push_back(w.data());
-    argv.push_back(nullptr);
     {
       std::string name = env.substr(0, env.find('='));
       lltest::ScopedEnv set(env.empty() ? "LLTEST_UNUSED" : name.c_str(),
                             env.empty() ? nullptr : env.c_str() + name.size() + 1);
-      pid_ = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+      pid_ = start(words);
     }
     EXPECT_GT(pid_, 0);
     for (int i = 0; i < 300 && !tooltest::file_exists(port_file); ++i)
@@ -102,7 +109,11 @@ std::map<std::string, std::string> tree(const fs::path &root) {
   return out;
 }
 
-std::string first_line(const std::string &s) { return s.substr(0, s.find('\n')); }
+std::string first_line(const std::string &s) {
+  std::string line = s.substr(0, s.find('\n'));
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return line;
+}
 
 // A raw client: connects and sends bytes of its own making.
 qz_socket_t raw_connect(int port) {
@@ -161,12 +172,18 @@ TEST(Save, RoundTripOfATreeWithTwoClientsAtOnce) {
   put(a / "big.bin", tooltest::lcg_bytes(5 << 20, 7));
   for (int i = 0; i < 2000; ++i) put(b / ("d" + std::to_string(i % 20)) / ("f" + std::to_string(i)), std::to_string(i));
   Server srv;
-  tooltest::Result ra, rb;
-  std::thread other([&] { rb = run({"save", srv.addr(), b.string()}); });
-  ra = run({"save", srv.addr(), a.string()});
-  other.join();
+  // The second client runs beside the first, its output in a file.
+  std::FILE *out_b = qzfopen(t.file("out-b").c_str(), "wb");
+  int pid_b = start({tooltest::tool_path(), "save", srv.addr(), b.string()}, fileno(out_b));
+  ASSERT_GT(pid_b, 0);
+  tooltest::Result ra = run({"save", srv.addr(), a.string()}), rb;
+  int status = -1;
+  EXPECT_EQ(waitchild(pid_b, &status, 0), pid_b);
+  qzfclose(out_b);
+  rb.exit_code = QZ_WEXITCODE(status);
+  rb.out = tooltest::read_file(t.file("out-b"));
   ASSERT_EQ(ra.exit_code, 0) << ra.err;
-  ASSERT_EQ(rb.exit_code, 0) << rb.err;
+  ASSERT_EQ(rb.exit_code, 0);
   tooltest::Result list = run({"list", srv.addr()});
   EXPECT_EQ(list.exit_code, 0);
   EXPECT_NE(list.out.find(first_line(ra.out)), std::string::npos);
@@ -231,8 +248,12 @@ TEST(Save, DamageAndHostileClientsLeaveTheStoreSound) {
 const std::vector<std::vector<std::string>> kModes = {{}, {"--threads"}};
 
 TEST(Save, StopEndsTheServerWhileAClientWaits) {
+  lltest::TempDir t;
+  put(u8(t.file("src")) / "f", "kept");
   for (const auto &mode : kModes) {
     Server srv(mode);
+    tooltest::Result saved = run({"save", srv.addr(), t.file("src")});
+    EXPECT_EQ(saved.exit_code, 0) << saved.err;
     qz_socket_t s = raw_connect(srv.port());
     raw_send(s, frame(1, kHelloSave));  // then silence
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -241,6 +262,10 @@ TEST(Save, StopEndsTheServerWhileAClientWaits) {
     EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(20));
     EXPECT_EQ(reply_types(s), std::string("\x02")) << "the hello's answer, then the connection's end";
     qzsoclose(s);
+    // The completed save is kept whole; the waiting one left nothing.
+    std::vector<std::string> names = tooltest::list_dir(srv.store());
+    ASSERT_EQ(names.size(), 1u);
+    EXPECT_EQ(tooltest::read_file(srv.store() + "/" + names[0] + "/info").substr(0, 8), "files 1\n");
   }
   EXPECT_EQ(run({"list", "127.0.0.1:1"}).exit_code, 2);
 }
@@ -250,11 +275,7 @@ TEST(Save, AClientKilledHalfWayLeavesNoSave) {
   put(u8(t.file("src")) / "big.bin", tooltest::lcg_bytes(100 << 20, 5));
   for (const auto &mode : kModes) {
     Server srv(mode);
-    std::vector<std::string> words = {tooltest::tool_path(), "save", srv.addr(), t.file("src")};
-    std::vector<char *> argv;
-    for (auto &w : words) argv.push_back(w.data());
-    argv.push_back(nullptr);
-    int pid = spawn(0, argv.data(), nullptr, nullptr, nullptr);
+    int pid = start({tooltest::tool_path(), "save", srv.addr(), t.file("src")});
     ASSERT_GT(pid, 0);
     // Killed once the server holds a few megabytes of the save.
     uintmax_t held = 0;

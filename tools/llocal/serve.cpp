@@ -150,7 +150,8 @@ bool serve_restore(Session &s, const qzui &id) {
     s.c.fail(proto::kErrUnknownId, "no such save");
     return false;
   }
-  std::vector<unsigned char> buf(proto::kHeader + proto::kMaxPayload);
+  std::vector<unsigned char> buf(proto::kHeader + proto::kMaxPayload), pend;
+  constexpr size_t kBatch = 64 * 1024;
   bool ok = true;
   for (;;) {
     size_t got = read_full(data, buf.data(), proto::kHeader);
@@ -160,16 +161,26 @@ bool serve_restore(Session &s, const qzui &id) {
     if (got != proto::kHeader || !proto::parse_header(buf.data(), type, len) ||
         read_full(data, buf.data() + proto::kHeader, len) != len) {
       // The client checks every block and file; a damaged store still ends clearly.
+      if (!pend.empty()) s.c.send_raw(pend.data(), pend.size());
       s.c.fail(proto::kErrStore, "the stored save is damaged");
       ok = false;
       break;
     }
-    if (!s.c.send_raw(buf.data(), proto::kHeader + len)) {
-      ok = false;
-      break;
+    // Small frames go out together, a batch at a time.
+    size_t n = proto::kHeader + len;
+    if (pend.size() + n > kBatch && !pend.empty()) {
+      ok = s.c.send_raw(pend.data(), pend.size());
+      pend.clear();
     }
+    if (ok && n >= kBatch) {
+      ok = s.c.send_raw(buf.data(), n);
+    } else {
+      pend.insert(pend.end(), buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(n));
+    }
+    if (!ok) break;
   }
   std::fclose(data);
+  if (ok && !pend.empty()) ok = s.c.send_raw(pend.data(), pend.size());
   return ok && s.c.send(proto::kEnd, nullptr, 0);
 }
 
