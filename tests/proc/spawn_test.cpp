@@ -26,6 +26,7 @@
 #  include <fcntl.h>
 #  include <signal.h>
 #  include <spawn.h>
+#  include <sys/resource.h>
 #  include <sys/wait.h>
 #  include <unistd.h>
 extern char **environ;
@@ -369,4 +370,37 @@ TEST(SpawnPosix, SignalStateIsReset) {
   pthread_sigmask(SIG_SETMASK, &old, nullptr);
   EXPECT_EQ(r.status, 0);
 }
+LLTEST_CHILD(ids) {
+  std::printf("%d %d\n", static_cast<int>(getuid()), static_cast<int>(getgid()));
+  return 0;
+}
+
+TEST(SpawnPosix, AsAnotherUser) {
+  qz_spawn_user nobody = {65534, 65534};
+  int out[2];
+  ASSERT_EQ(pipe(out), 0);
+  int triple[3] = {-1, out[1], -1};
+  auto a = child_argv("ids", {});
+  const int pid = spawn_as_user(0, a.argv(), nullptr, triple, nullptr, &nobody);
+  ASSERT_GT(pid, 0);
+  proctest::close_fd(out[1]);
+  EXPECT_EQ(proctest::read_all(out[0]), "65534 65534\n");
+  proctest::close_fd(out[0]);
+  int status = -1;
+  EXPECT_EQ(waitchild(pid, &status, 0), pid);
+  EXPECT_EQ(status, 0);
+}
+
+// An ordinary user at its process limit.
+LLTEST_CHILD(at_process_limit) {
+  if (setgid(65534) != 0 || setuid(65534) != 0) return 10;
+  rlimit none = {0, 0};
+  if (setrlimit(RLIMIT_NPROC, &none) != 0) return 11;
+  const int before = open_handles();
+  auto a = child_argv("exit", {"0"});
+  if (spawn(0, a.argv(), nullptr, nullptr, nullptr) != -1 || errno != EAGAIN) return 1;
+  return open_handles() == before ? 0 : 2;
+}
+
+TEST(SpawnPosix, ProcessLimitReached) { EXPECT_EQ(lltest::run_child("at_process_limit").exit_code, 0); }
 #endif

@@ -30,8 +30,7 @@
 #include <vector>
 
 #include "proc/process_os.h"
-
-extern char **environ;
+#include <liblocal/env.h>
 
 // The thread sanitizer treats every clone as a fork and would take the
 // child's bookkeeping, made in our shared memory, for the parent's own: its
@@ -165,11 +164,6 @@ bool find_program(const char *name, std::string &out) {
   return false;
 }
 
-size_t name_len(const char *s) {
-  const char *eq = std::strchr(s, '=');
-  return eq ? static_cast<size_t>(eq - s) : std::strlen(s);
-}
-
 }  // namespace
 
 uint32_t own_pid() noexcept { return static_cast<uint32_t>(getpid()); }
@@ -222,18 +216,21 @@ int create(const SpawnReq &req, Child &node) noexcept {
 
     // The environment: the given strings first, then ours without the names
     // they set.
-    std::vector<char *> envp;
-    for (const std::string &s : req.env) envp.push_back(const_cast<char *>(s.c_str()));
-    const size_t given = envp.size();
-    for (char **e = environ; e && *e; ++e) {
-      const size_t n = name_len(*e);
-      bool set = false;
-      for (size_t k = 0; k < given && !set; ++k)
-        set = name_len(envp[k]) == n && std::memcmp(envp[k], *e, n) == 0;
-      if (!set) envp.push_back(*e);
+    std::vector<const char *> set;
+    for (const std::string &e : req.env) set.push_back(e.c_str());
+    set.push_back(nullptr);
+    struct EnvVector {
+      char **v = nullptr;
+      ~EnvVector() { std::free(v); }
+    } envp;
+    envp.v = static_cast<char **>(mkenv(set.data(), QZ_ENV_VECTOR, nullptr));
+    if (!envp.v) {
+      const int saved = errno;
+      if (nullfd >= 0) close(nullfd);
+      errno = saved;
+      return -1;
     }
-    envp.push_back(nullptr);
-    a.envp = envp.data();
+    a.envp = envp.v;
 
     int ep[2];
     if (pipe2(ep, O_CLOEXEC) != 0) {

@@ -76,22 +76,33 @@ int ready(intptr_t fd, int timeout) noexcept {
 
 }  // namespace
 
-void added(ChildTable &t, Child &c) noexcept {
-  if (t.waitset == -1) {
-    t.waitset = epoll_create1(EPOLL_CLOEXEC);
-    if (t.waitset < 0) {
-      t.waitset = -2;  // no epoll set: waits poll every node
-      return;
-    }
-    // Nodes made before this set existed.
-    for (Child &o : t.nodes)
-      if (&o != &c && o.obj >= 0) {
-        epoll_event ev{};
-        ev.events = EPOLLIN;
-        ev.data.fd = static_cast<int>(o.obj);
-        epoll_ctl(static_cast<int>(t.waitset), EPOLL_CTL_ADD, ev.data.fd, &ev);
-      }
+namespace {
+
+// The thread's epoll set, made the first time a wait for any child needs it
+// (a program that only waits by id never pays for it).
+bool make_waitset(ChildTable &t) noexcept {
+  t.waitset = epoll_create1(EPOLL_CLOEXEC);
+  if (t.waitset < 0) {
+    t.waitset = -2;  // no epoll set: waits poll every node
+    return false;
   }
+  for (Child &o : t.nodes)
+    if (o.obj >= 0) {
+      epoll_event ev{};
+      ev.events = EPOLLIN;
+      ev.data.fd = static_cast<int>(o.obj);
+      if (epoll_ctl(static_cast<int>(t.waitset), EPOLL_CTL_ADD, ev.data.fd, &ev) != 0) {
+        close(static_cast<int>(t.waitset));
+        t.waitset = -2;
+        return false;
+      }
+    }
+  return true;
+}
+
+}  // namespace
+
+void added(ChildTable &t, Child &c) noexcept {
   if (t.waitset < 0 || c.obj < 0) return;
   epoll_event ev{};
   ev.events = EPOLLIN;
@@ -138,6 +149,7 @@ int wait_one(Child &c, uint32_t ms) noexcept {
 
 int wait_any(ChildTable &t, uint32_t ms) noexcept {
   const uint64_t start = now_ms();
+  if (t.waitset == -1) make_waitset(t);
   std::vector<int> cand;
   for (;;) {
     cand.clear();

@@ -18,6 +18,7 @@
 #include <cstring>
 #include <cwchar>
 #include <mutex>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,7 @@
 #include "frame/win32/win.h"
 #include "proc/process_os.h"
 #include "proc/win32/spawn_win.h"
+#include <liblocal/env.h>
 #include <liblocal/osver.h>
 
 namespace ll::process::os {
@@ -170,30 +172,15 @@ std::string to_ansi(const wchar_t *w, size_t n) {
 }  // namespace
 
 std::wstring build_env_block(const std::vector<std::string> &extra) {
-  std::wstring block;
-  std::vector<std::wstring> names;
-  for (const std::string &s : extra) {
-    const std::wstring w = ll::win::widen(s.c_str());
-    names.push_back(w.substr(0, w.find(L'=')));
-    block += w;
-    block += L'\0';
-  }
-  if (wchar_t *env = GetEnvironmentStringsW()) {
-    for (const wchar_t *p = env; *p; p += std::wcslen(p) + 1) {
-      const wchar_t *eq = std::wcschr(p + 1, L'=');  // "=C:=C:\x" names start with '='
-      const size_t n = eq ? static_cast<size_t>(eq - p) : std::wcslen(p);
-      bool set = false;
-      for (const std::wstring &nm : names)
-        if (nm.size() == n && _wcsnicmp(nm.c_str(), p, n) == 0) set = true;
-      if (!set) {
-        block += p;
-        block += L'\0';
-      }
-    }
-    FreeEnvironmentStringsW(env);
-  }
-  block += L'\0';
-  return block;
+  std::vector<const char *> set;
+  for (const std::string &e : extra) set.push_back(e.c_str());
+  set.push_back(nullptr);
+  size_t size = 0;
+  void *block = mkenv(set.data(), QZ_ENV_WIDE, &size);
+  if (!block) throw std::bad_alloc();
+  std::wstring out(static_cast<const wchar_t *>(block), size / sizeof(wchar_t));
+  std::free(block);
+  return out;
 }
 
 uint32_t own_pid() noexcept { return GetCurrentProcessId(); }

@@ -1,0 +1,2 @@
+/* The tiny child of the spawn benchmark: it only ends. */
+int main(void) { return 0; }
