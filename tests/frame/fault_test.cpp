@@ -218,12 +218,15 @@ int quiet(FILE *, const char *, va_list) { return 0; }
 }  // namespace
 
 TEST(Fault, SeamCountsAndFailsTheNthCallOfAKind) {
+  lltest::TempDir dir;
+  dir.write("f", "x");
+  const std::string f = dir.file("f");
   llt_fault_arm(kOpen, 2, 0);
-  FILE *a = qzfopen(".", "r");
+  FILE *a = qzfopen(f.c_str(), "r");
   errno = 0;
-  EXPECT_EQ(qzfopen(".", "r"), nullptr);
+  EXPECT_EQ(qzfopen(f.c_str(), "r"), nullptr);
   EXPECT_EQ(errno, EMFILE);
-  FILE *c = qzfopen(".", "r");
+  FILE *c = qzfopen(f.c_str(), "r");
   EXPECT_EQ(llt_fault_calls(), 3);
   EXPECT_EQ(llt_fault_disarm(), 1);
   ASSERT_NE(a, nullptr);
@@ -232,10 +235,10 @@ TEST(Fault, SeamCountsAndFailsTheNthCallOfAKind) {
   qzfclose(c);
   // Another thread is never armed by this one.
   llt_fault_arm(kOpen, 1, 1);
-  std::thread([] {
-    FILE *f = qzfopen(".", "r");
-    EXPECT_NE(f, nullptr);
-    if (f) qzfclose(f);
+  std::thread([&] {
+    FILE *g = qzfopen(f.c_str(), "r");
+    EXPECT_NE(g, nullptr);
+    if (g) qzfclose(g);
   }).join();
   EXPECT_EQ(llt_fault_disarm(), 0);
 }
