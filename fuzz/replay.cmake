@@ -24,7 +24,6 @@ function(ll_fuzz_replay)
   string(REGEX MATCHALL "ll_fuzz\\([^)]*\\)" _calls "${_text}")
   # The variables the lines use for their source folders.
   set(_src ${PROJECT_SOURCE_DIR}/src)
-  set(CMAKE_CURRENT_SOURCE_DIR ${_dir})
   set(_made)
   foreach(_call IN LISTS _calls)
     string(REGEX REPLACE "^ll_fuzz\\([ \t\r\n]*(.*[^ \t\r\n])[ \t\r\n]*\\)$" "\\1" _args "${_call}")

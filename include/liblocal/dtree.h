@@ -16,12 +16,13 @@
  * QZ_DTV_ERROR with its error number in `error`, and the walk goes on.
  *
  * What is not walked into by default: links (and, on Windows, junctions and
- * other reparse points), directories on another file system than the root
- * (mount points) and devices, pipes and sockets are reported with their
- * kind and never followed. QZ_DTW_FOLLOW follows links to directories and
- * QZ_DTW_XDEV crosses into other file systems; a directory that is already
- * on the path being walked (a loop) is reported as QZ_DTK_LOOP and never
- * entered, whatever the flags. The root itself is followed when it is a link.
+ * other reparse points that name another place), directories on another
+ * file system than the root (mount points) and devices, pipes and sockets
+ * are reported with their kind and never followed. QZ_DTW_FOLLOW follows
+ * links and junctions to directories and QZ_DTW_XDEV crosses into other file
+ * systems; a directory that is already on the path being walked (a loop) is
+ * reported as QZ_DTK_LOOP and never entered, whatever the flags. The root
+ * itself is followed when it is a link.
  *
  * Special kinds: the process has one handler per entry kind, consulted
  * before an entry of that kind is reported (see qz_dtree_sethandler).
@@ -46,14 +47,14 @@ LL_BEGIN_DECLS
 #define QZ_DTK_FILE 0
 #define QZ_DTK_DIR 1
 #define QZ_DTK_LINK 2     /* symbolic link, not followed */
-#define QZ_DTK_JUNCTION 3 /* Windows junction or other reparse point, not followed */
+#define QZ_DTK_JUNCTION 3 /* Windows junction or other reparse point naming another place */
 #define QZ_DTK_MOUNT 4    /* directory on another file system, not crossed */
 #define QZ_DTK_SPECIAL 5  /* device, pipe, socket */
 #define QZ_DTK_LOOP 6     /* directory already on the current path */
 #define QZ_DTK_COUNT 7
 
 /* Walk flags */
-#define QZ_DTW_FOLLOW 0x1   /* follow links to directories (never into a loop) */
+#define QZ_DTW_FOLLOW 0x1   /* follow links and junctions to directories (never into a loop) */
 #define QZ_DTW_XDEV 0x2     /* cross into other file systems */
 #define QZ_DTW_DIRORDER 0x4 /* the system's directory order instead of sorted names */
 
@@ -92,9 +93,9 @@ typedef int (*qz_dtree_handler)(const qz_dtree_entry *entry, int flags);
  * EINVAL for a kind that takes no handler (files and directories). */
 LL_API qz_dtree_handler qz_dtree_sethandler(int kind, qz_dtree_handler handler) LL_NOEXCEPT;
 
-/* Registers the built-in handlers: links follow under QZ_DTW_FOLLOW, mount
- * points are crossed under QZ_DTW_XDEV, everything else is reported.
- * Returns 0. */
+/* Registers the built-in handlers: links and junctions follow under
+ * QZ_DTW_FOLLOW, mount points are crossed under QZ_DTW_XDEV, everything
+ * else is reported. Returns 0. */
 LL_API int add_dtree_handlers(void) LL_NOEXCEPT;
 
 LL_END_DECLS

@@ -238,7 +238,7 @@ LL_API void err_dup2(const qzerror *src, qzerror *dst) noexcept {
     dst->text = nullptr;
     return;
   }
-  dst->text = src->text ? strdup(src->text) : nullptr;
+  dst->text = src->text && !LL_FAULT(alloc) ? strdup(src->text) : nullptr;
   dst->code = src->code;
 }
 

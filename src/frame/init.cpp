@@ -110,8 +110,12 @@ bool parse_debug_control(const char *text, int *debug_out) noexcept {
     sign = -1;
     ++p;
   }
-  long v = 0;
-  while (*p >= '0' && *p <= '9') v = v * 10 + (*p++ - '0');
+  long long v = 0;
+  // Huge numbers stop at the int range.
+  while (*p >= '0' && *p <= '9') {
+    v = v * 10 + (*p++ - '0');
+    if (v > 2147483647LL) v = 2147483647LL;
+  }
   *debug_out = static_cast<int>(sign * v);
   return true;
 }
@@ -148,6 +152,8 @@ LL_API void _qzinit(const char *name, int argc, char **argv) noexcept {
       note_step("6");
       ll::frame_attach();
       (void)ll::proc();
+      note_step("6a");
+      ll::init::process_events();
       note_step("7");
       ll::init::time_zone();
       note_step("8");

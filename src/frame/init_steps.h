@@ -9,6 +9,7 @@ void find_installdir(const char *argv0) noexcept;    // 3: installation director
 void find_appdir(const char *name) noexcept;         // 4: application directory
 void locale_and_catalog(const char *name) noexcept;  // 5: locale file, catalog
 void event_source() noexcept;                        // 5a: event-log source (once the catalog is open)
+void process_events() noexcept;                      // 6a: kill, debug and console events
 void time_zone() noexcept;                           // 7: time zone
 void cluster_start(const char *name) noexcept;       // 8: cluster layer
 void optional_entry_points() noexcept;               // 9: entry points found by name

@@ -27,7 +27,8 @@ bool takes_handler(int kind) noexcept { return kind >= QZ_DTK_LINK && kind < QZ_
 // The built-in answers: follow what the walk's flags ask to follow, report the rest.
 int builtin(const qz_dtree_entry *e, int flags) noexcept {
   switch (e->kind) {
-    case QZ_DTK_LINK: return (flags & QZ_DTW_FOLLOW) ? QZ_DTH_FOLLOW : QZ_DTH_REPORT;
+    case QZ_DTK_LINK:
+    case QZ_DTK_JUNCTION: return (flags & QZ_DTW_FOLLOW) ? QZ_DTH_FOLLOW : QZ_DTH_REPORT;
     case QZ_DTK_MOUNT: return (flags & QZ_DTW_XDEV) ? QZ_DTH_FOLLOW : QZ_DTH_REPORT;
     default: return QZ_DTH_REPORT;
   }
@@ -57,6 +58,14 @@ struct Walk {
   int call(int visit, int kind, int depth, size_t name_at, const struct ll_stat64 *st, int err) {
     qz_dtree_entry e{path.c_str(), path.c_str() + name_at, depth, visit, kind, err, st};
     return fn(&e, arg);
+  }
+
+  // True when dev is another file system than the directory being listed
+  // (so once a mount point is crossed, what lies below it is walked as
+  // usual). An unknown device (0) is never another one.
+  bool other_fs(uint64_t dev) const {
+    const uint64_t here = stack.empty() ? root_dev : stack.back().dev;
+    return dev != 0 && here != 0 && dev != here;
   }
 
   bool on_stack(uint64_t dev, uint64_t ino) const {
@@ -103,7 +112,7 @@ struct Walk {
     }
     int kind = kind_of(it.st, it.reparse);
     bool follow = false;
-    if (kind == QZ_DTK_DIR && it.st.st_dev != root_dev && !(it.have_st && it.st.st_dev == 0)) kind = QZ_DTK_MOUNT;
+    if (kind == QZ_DTK_DIR && other_fs(it.st.st_dev)) kind = QZ_DTK_MOUNT;
     if (kind != QZ_DTK_FILE && kind != QZ_DTK_DIR) {
       qz_dtree_entry e{path.c_str(), path.c_str() + name_at, depth, QZ_DTV_ENTRY, kind, 0, &it.st};
       int h = ask_handler(&e, flags);
@@ -125,7 +134,7 @@ struct Walk {
         return r == QZ_DTW_PRUNE ? 0 : r;
       }
       st = target.st;
-      if (st.st_dev != root_dev && target.have_st && st.st_dev != 0) {
+      if (other_fs(st.st_dev)) {
         // The link leads onto another file system: crossed only as a mount point would be.
         qz_dtree_entry e{path.c_str(), path.c_str() + name_at, depth, QZ_DTV_ENTRY, QZ_DTK_MOUNT, 0, &st};
         if (ask_handler(&e, flags) != QZ_DTH_FOLLOW) {

@@ -6,8 +6,8 @@
 
 namespace ll::hooks {
 void eventlog_teardown() noexcept {
+  ll::svc::teardown();  // its last lines still reach the log
   ll::evlog::os::close();
-  ll::svc::teardown();
 }
 void unload_dynamic_libraries() noexcept { ll::dynlib::unload_all(); }
 }  // namespace ll::hooks

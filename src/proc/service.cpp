@@ -129,12 +129,16 @@ void service_main() noexcept {
     }
     if (s.state.load() == kStopping) break;
   }
+  // The program may return from main while this thread gives it its grace:
+  // from here on nothing of the library's state is touched.
+  const int code = s.exit_code.load();
   if (qz_event_handler h = s.stop_handler.load()) {
+    const auto grace = times().grace_ms;
     h(ll::ev::kStop);
     ll::ev::raise_cancel();
-    delay(times().grace_ms);
+    ll::os::sleep_ms(static_cast<uint32_t>(grace));
   }
-  os::end_process(s.exit_code.load());
+  os::end_process(code);
 }
 
 void control(Control c) noexcept {

@@ -197,8 +197,9 @@ ChildResult run_program(const std::string &path, const std::vector<std::string> 
 }
 
 TempDir::TempDir() {
-  static std::mt19937_64 rng(std::random_device{}() ^ static_cast<uint64_t>(
-                                                           std::chrono::steady_clock::now().time_since_epoch().count()));
+  // One generator per thread: tests make folders from several threads.
+  thread_local std::mt19937_64 rng(std::random_device{}() ^
+                                   static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count()));
   std::error_code ec;
   fs::path p;
   do p = fs::temp_directory_path() / ("lltest-" + std::to_string(rng() % 100000000000ull));

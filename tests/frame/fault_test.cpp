@@ -202,17 +202,31 @@ bool start_thread() {
   return false;
 }
 
+// A saved record comes back whole, or (its copy could not be made) not at all.
+bool save_and_restore() {
+  qzerror rec{QZERR_CODE(QZERR_T_SYSTEM, 3, 5), const_cast<char *>("saved text")};
+  err_save(&rec);
+  qzerror *back = err_restore(err_save(&rec));
+  if (!back) return true;
+  EXPECT_EQ(back->code, rec.code);
+  EXPECT_STREQ(back->text, "saved text");
+  return false;
+}
+
 int quiet(FILE *, const char *, va_list) { return 0; }
 
 }  // namespace
 
 TEST(Fault, SeamCountsAndFailsTheNthCallOfAKind) {
+  lltest::TempDir dir;
+  dir.write("f", "x");
+  const std::string f = dir.file("f");
   llt_fault_arm(kOpen, 2, 0);
-  FILE *a = qzfopen(".", "r");
+  FILE *a = qzfopen(f.c_str(), "r");
   errno = 0;
-  EXPECT_EQ(qzfopen(".", "r"), nullptr);
+  EXPECT_EQ(qzfopen(f.c_str(), "r"), nullptr);
   EXPECT_EQ(errno, EMFILE);
-  FILE *c = qzfopen(".", "r");
+  FILE *c = qzfopen(f.c_str(), "r");
   EXPECT_EQ(llt_fault_calls(), 3);
   EXPECT_EQ(llt_fault_disarm(), 1);
   ASSERT_NE(a, nullptr);
@@ -221,10 +235,10 @@ TEST(Fault, SeamCountsAndFailsTheNthCallOfAKind) {
   qzfclose(c);
   // Another thread is never armed by this one.
   llt_fault_arm(kOpen, 1, 1);
-  std::thread([] {
-    FILE *f = qzfopen(".", "r");
-    EXPECT_NE(f, nullptr);
-    if (f) qzfclose(f);
+  std::thread([&] {
+    FILE *g = qzfopen(f.c_str(), "r");
+    EXPECT_NE(g, nullptr);
+    if (g) qzfclose(g);
   }).join();
   EXPECT_EQ(llt_fault_disarm(), 0);
 }
@@ -272,6 +286,7 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
       {"qzfopen/ll_open64", kOpen, true, [&] { return open_file(file); }},
       {"catalog", kAlloc | kOpen | kIo, false, [&] { return catalog_round(app.path()); }},
       {"tokenize", kAlloc, true, [] { return tokenize_line(); }},
+      {"err_save/err_restore", kAlloc, true, [] { return save_and_restore(); }},
       {"qz_thr_create", kAlloc | kSpawn, false, [] { return start_thread(); }},
       {"qz_thr_create, threads only", kSpawn, true, [] { return start_thread(); }},
   };

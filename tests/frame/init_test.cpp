@@ -79,7 +79,7 @@ TEST(Init, ArgumentsAreConvertedToUtf8UnlessNoUtf8) {
 TEST(Init, StepsRunInOrderAndOnce) {
   lltest::ChildResult c = lltest::run_child("init_steps");
   EXPECT_EQ(c.exit_code, 0) << c.err;
-  EXPECT_EQ(c.out, "2 3 4 5 5a 6 7 8 9 10 11 12 14 15|14 15|0\n");
+  EXPECT_EQ(c.out, "2 3 4 5 5a 6 6a 7 8 9 10 11 12 14 15|14 15|0\n");
 }
 
 TEST(Init, NullAndEmptyArgumentsAreHarmless) {

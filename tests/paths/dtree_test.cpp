@@ -176,6 +176,11 @@ TEST(Dtree, RootsAndBadArguments) {
   EXPECT_EQ(qz_dtree_sethandler(QZ_DTK_FILE, nullptr), nullptr);
   EXPECT_EQ(errno, EINVAL);
 #ifdef _WIN32
+  // The long and the device forms of a name lead to the same entry.
+  for (const char *prefix : {"\\\\?\\", "\\\\.\\"}) {
+    Seen f;
+    EXPECT_EQ(walk(prefix + t.file("f"), 0, f), std::vector<std::string>{"0 0 0 "}) << prefix;
+  }
   // No name on this system has bytes that are not UTF-8.
   errno = 0;
   EXPECT_EQ(qz_dtree_walk((t.path() + "\\\xff\xfe").c_str(), 0, record, &s), -1);
@@ -239,6 +244,37 @@ TEST(Dtree, DeepWideAndChangingTrees) {
 #endif
 }
 
+#ifdef _WIN32
+extern "C" void llt_dtree_reparse(const char *name, unsigned tag);
+
+// Reparse points cannot be made under Wine: a seam lists a plain directory
+// as one, and the walk must treat it by its tag.
+TEST(Dtree, ReparsePointsByTheirTag) {
+  lltest::TempDir t;
+  const std::string r = t.path();
+  mkdir_p(r + "\\j\\in");
+  const std::vector<std::string> walked = {"1 1 0 ", "1 1 1 /j", "1 1 2 /j/in", "2 1 2 /j/in", "2 1 1 /j", "2 1 0 "};
+  const struct {
+    unsigned tag;
+    int flags;
+    std::vector<std::string> want;
+  } cases[] = {
+      {0xA0000003u /* junction */, 0, {"1 1 0 ", "0 3 1 /j", "2 1 0 "}},
+      {0xA000000Cu /* symbolic link */, 0, {"1 1 0 ", "0 2 1 /j", "2 1 0 "}},
+      {0xA0000003u, QZ_DTW_FOLLOW, walked},
+      {0xA000000Cu, QZ_DTW_FOLLOW, walked},
+      {0x9000601Au /* a cloud placeholder: the directory itself */, 0, walked},
+      {0x80000013u /* deduplicated */, 0, walked},
+  };
+  for (const auto &c : cases) {
+    llt_dtree_reparse("j", c.tag);
+    Seen s;
+    EXPECT_EQ(walk(r, c.flags, s), c.want) << std::hex << c.tag << " flags " << c.flags;
+  }
+  llt_dtree_reparse(nullptr, 0);
+}
+#endif
+
 #ifndef _WIN32
 int skip_specials(const qz_dtree_entry *, int) { return QZ_DTH_SKIP; }
 
@@ -266,6 +302,39 @@ TEST(Dtree, LinksLoopsSpecialsAndOtherFileSystems) {
   EXPECT_EQ(qz_dtree_sethandler(QZ_DTK_SPECIAL, nullptr), &skip_specials);
   EXPECT_EQ(std::count(skipped.lines.begin(), skipped.lines.end(), "0 5 1 /fifo"), 0);
   EXPECT_EQ(add_dtree_handlers(), 0);
+}
+
+int g_mount_asked = 0;
+int count_and_cross(const qz_dtree_entry *, int) {
+  ++g_mount_asked;
+  return QZ_DTH_FOLLOW;
+}
+
+// A link onto another file system: reported under QZ_DTW_FOLLOW alone; a
+// mount handler that crosses is asked once, and what lies below is walked.
+TEST(Dtree, LinkOntoAnotherFileSystem) {
+  struct stat here, shm;
+  lltest::TempDir t;
+  if (stat(t.path().c_str(), &here) != 0 || stat("/dev/shm", &shm) != 0 || here.st_dev == shm.st_dev)
+    GTEST_SKIP() << "no second file system at /dev/shm";
+  char other[] = "/dev/shm/lltest-dtree-XXXXXX";
+  ASSERT_NE(mkdtemp(other), nullptr);
+  const std::string o = other;
+  mkdir_p(o + "/sub/deeper");
+  ASSERT_EQ(symlink(other, t.file("other").c_str()), 0);
+  Seen plain;
+  EXPECT_EQ(walk(t.path(), QZ_DTW_FOLLOW, plain), (std::vector<std::string>{"1 1 0 ", "0 2 1 /other", "2 1 0 "}));
+  qz_dtree_sethandler(QZ_DTK_MOUNT, count_and_cross);
+  Seen crossed;
+  walk(t.path(), QZ_DTW_FOLLOW, crossed);
+  qz_dtree_sethandler(QZ_DTK_MOUNT, nullptr);
+  EXPECT_EQ(g_mount_asked, 1);
+  EXPECT_EQ(crossed.lines, (std::vector<std::string>{"1 1 0 ", "1 1 1 /other", "1 1 2 /other/sub", "1 1 3 /other/sub/deeper",
+                                                     "2 1 3 /other/sub/deeper", "2 1 2 /other/sub", "2 1 1 /other",
+                                                     "2 1 0 "}));
+  rmdir((o + "/sub/deeper").c_str());
+  rmdir((o + "/sub").c_str());
+  rmdir(other);
 }
 
 int odd_answer(const qz_dtree_entry *, int) { return 99; }

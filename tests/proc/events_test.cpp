@@ -16,6 +16,7 @@
 #include <cerrno>
 
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 
@@ -112,7 +113,8 @@ LLTEST_CHILD(ev_select) {
   qz_socket_t s = qzsocket(AF_INET, SOCK_STREAM, 0);
   sockaddr_in a{};
   a.sin_family = AF_INET;
-  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const unsigned char loopback[4] = {127, 0, 0, 1};  // network order, without the socket library's helpers
+  std::memcpy(&a.sin_addr, loopback, 4);
   if (qzbind(s, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 || qzlisten(s, 1) != 0) return 3;
   int code = 41;
   std::thread t([&] {

@@ -162,7 +162,13 @@ TEST(Service, NotifyProtocolFromStartToStop) {
     EXPECT_EQ(r.exit_code, c.code) << c.mode << r.err;
     // The children that never get as far as announcing themselves are known
     // by the sender of their messages.
-    int pid = evtest::exists(dir.file("pid")) ? std::stoi(evtest::slurp(dir.file("pid"))) : l.first_sender();
+    // The listener's thread may still be taking the last datagram in.
+    int pid = 0;
+    for (int i = 0; i < 200; ++i) {
+      pid = evtest::exists(dir.file("pid")) ? std::stoi(evtest::slurp(dir.file("pid"))) : l.first_sender();
+      if (l.from(pid).size() >= c.msgs.size()) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     EXPECT_EQ(l.from(pid), c.msgs) << c.mode;
     EXPECT_EQ(evtest::slurp(dir.file("handler")), "9") << c.mode;
   }
@@ -315,12 +321,12 @@ std::string image_path() {
 }  // namespace
 
 TEST(Service, WindowsServiceFromInstallToRemoval) {
-  {
-    Svc old;  // left over from an interrupted run
-    if (old.h) {
-      old.control(SERVICE_CONTROL_STOP);
-      DeleteService(old.h);
-    }
+  for (int i = 0; i < 200; ++i) {  // left over from an interrupted run: gone once no handle is open
+    Svc old;
+    if (!old.h) break;
+    old.control(SERVICE_CONTROL_STOP);
+    if (old.status().dwCurrentState == SERVICE_STOPPED) DeleteService(old.h);
+    Sleep(50);
   }
   lltest::TempDir dir;
   llt_svc_times(0, 0, 0, 200);
@@ -333,7 +339,7 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
   EXPECT_EQ(image_path(), "\"" + std::string(self) + "\" --lltest-child svc_win " + dir.path() + " extra");
   {
   Svc svc;
-  ASSERT_TRUE(svc.h);
+  ASSERT_TRUE(svc.h) << GetLastError();
 
   // Started, paused, continued and stopped by the manager.
   evtest::put(dir.file("mode"), "run");

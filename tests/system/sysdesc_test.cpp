@@ -35,6 +35,7 @@ uint64_t system_size(const std::string &dir) {
 
 extern "C" int llt_sysdesc_builds(void);
 extern "C" void llt_sysdesc_forget(void);
+extern "C" void llt_force_os_class(int c);
 #ifndef _WIN32
 extern "C" void llt_fstab_mountinfo(const char *text);
 #endif
@@ -94,6 +95,21 @@ TEST(Sysdesc, ConcurrentFirstCallsBuildOnce) {
   EXPECT_EQ(llt_sysdesc_builds(), before + 1);
   EXPECT_EQ(std::set<const qz_sysdesc_t *>(seen.begin(), seen.end()).size(), 1u);
   EXPECT_STREQ(seen[0]->os_name, qz_host_os_name());
+}
+
+TEST(Sysdesc, KindFollowsTheClass) {
+  const struct {
+    int os_class;
+    const char *kind;
+  } cases[] = {{1, "desktop"}, {2, "server"}, {3, "desktop"}, {4, "desktop"}};
+  for (const auto &c : cases) {
+    llt_force_os_class(c.os_class);
+    llt_sysdesc_forget();
+    EXPECT_STREQ(sysdesc()->kind, c.kind) << c.os_class;
+    EXPECT_EQ(sysdesc()->os_class, c.os_class);
+  }
+  llt_force_os_class(0);
+  llt_sysdesc_forget();
 }
 
 #ifndef _WIN32

@@ -90,11 +90,12 @@ const std::vector<Command> &commands() {
        "  -u  for a POSIX shell    -w  for the Windows C runtime\n"
        "      (default: the system's own)\n"},
       {"serve", cmd_serve, 115,
-       "usage: llocal serve --store DIR [--listen ADDR:PORT] [--port-file FILE]\n"
-       "       llocal serve -ADD|-REM [--store DIR ...]\n"
+       "usage: llocal serve --store DIR [--listen ADDR:PORT] [--port-file FILE] [--threads] [--name NAME]\n"
+       "       llocal serve -ADD|-REM [--name NAME] [--store DIR ...]\n"
        "Keeps saves in DIR and serves save, restore and list clients on ADDR:PORT\n"
        "(default 127.0.0.1:7440; port 0 takes a free port, written to FILE).\n"
-       "Each connection is served by a child process. Ends cleanly on llocal stop,\n"
+       "Each connection is served by a child process (a thread on Windows, or\n"
+       "with --threads). Ends cleanly on llocal stop,\n"
        "the service manager's stop or Ctrl-C. -ADD installs the server as a\n"
        "service that runs with the words after it; -REM removes the service.\n"},
       {"save", cmd_save, 116,

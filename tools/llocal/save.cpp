@@ -176,6 +176,17 @@ class Sender {
     Job *j = next_;
     next_ = nullptr;
     j->n = n;
+    if (n < kInline) {
+      // A small block costs less to compress here than to hand over.
+      w_.b.clear();
+      proto::make_block(j->in.data(), n, w_);
+      proto::build(proto::kBlock, w_.b.data(), w_.b.size(), j->out);
+      j->ready = true;
+      qz_mtx_lock(m_);
+      order_.push_back(j);
+      qz_mtx_unlock(m_);
+      return drain(kDepth);
+    }
     j->ready = false;
     qz_mtx_lock(m_);
     order_.push_back(j);
@@ -198,6 +209,8 @@ class Sender {
 
  private:
   static constexpr size_t kDepth = 16;
+  static constexpr uint32_t kInline = 16 * 1024;
+  static constexpr size_t kBatch = 64 * 1024;
   struct Job {
     std::vector<unsigned char> in = std::vector<unsigned char>(proto::kMaxBlock);
     std::vector<unsigned char> out;
@@ -224,14 +237,30 @@ class Sender {
       Job *j = !order_.empty() && order_.front()->ready ? order_.front() : nullptr;
       if (j) order_.pop_front();
       qz_mtx_unlock(m_);
-      if (!j) return ok_;
-      if (ok_) ok_ = c_.send_raw(j->out.data(), j->out.size());
+      if (!j) {
+        // Small frames wait for company until the end of the save.
+        if (keep == 0) send_pending();
+        return ok_;
+      }
+      if (j->out.size() >= kBatch) {
+        send_pending();
+        if (ok_) ok_ = c_.send_raw(j->out.data(), j->out.size());
+      } else {
+        pend_.insert(pend_.end(), j->out.begin(), j->out.end());
+        if (pend_.size() >= kBatch) send_pending();
+      }
       // The server speaks during a save only to refuse it: stop sending then.
       if (ok_ && ++sent_ % 64 == 0 && c_.readable()) ok_ = false;
       qz_mtx_lock(m_);
       spare_.push_back(j);
       qz_mtx_unlock(m_);
     }
+  }
+
+  // Small frames go out together, a batch at a time.
+  void send_pending() {
+    if (ok_ && !pend_.empty()) ok_ = c_.send_raw(pend_.data(), pend_.size());
+    pend_.clear();
   }
 
   static void *run(void *arg) {
@@ -269,6 +298,8 @@ class Sender {
   Job *next_ = nullptr;
   bool stop_ = false, ok_ = true;
   unsigned sent_ = 0;
+  Writer w_;  // the walking thread's block payload
+  std::vector<unsigned char> pend_;
 };
 
 // ---------------------------------------------------------------- save

@@ -150,7 +150,8 @@ bool serve_restore(Session &s, const qzui &id) {
     s.c.fail(proto::kErrUnknownId, "no such save");
     return false;
   }
-  std::vector<unsigned char> buf(proto::kHeader + proto::kMaxPayload);
+  std::vector<unsigned char> buf(proto::kHeader + proto::kMaxPayload), pend;
+  constexpr size_t kBatch = 64 * 1024;
   bool ok = true;
   for (;;) {
     size_t got = read_full(data, buf.data(), proto::kHeader);
@@ -160,16 +161,26 @@ bool serve_restore(Session &s, const qzui &id) {
     if (got != proto::kHeader || !proto::parse_header(buf.data(), type, len) ||
         read_full(data, buf.data() + proto::kHeader, len) != len) {
       // The client checks every block and file; a damaged store still ends clearly.
+      if (!pend.empty()) s.c.send_raw(pend.data(), pend.size());
       s.c.fail(proto::kErrStore, "the stored save is damaged");
       ok = false;
       break;
     }
-    if (!s.c.send_raw(buf.data(), proto::kHeader + len)) {
-      ok = false;
-      break;
+    // Small frames go out together, a batch at a time.
+    size_t n = proto::kHeader + len;
+    if (pend.size() + n > kBatch && !pend.empty()) {
+      ok = s.c.send_raw(pend.data(), pend.size());
+      pend.clear();
     }
+    if (ok && n >= kBatch) {
+      ok = s.c.send_raw(buf.data(), n);
+    } else {
+      pend.insert(pend.end(), buf.begin(), buf.begin() + static_cast<std::ptrdiff_t>(n));
+    }
+    if (!ok) break;
   }
   std::fclose(data);
+  if (ok && !pend.empty()) ok = s.c.send_raw(pend.data(), pend.size());
   return ok && s.c.send(proto::kEnd, nullptr, 0);
 }
 
@@ -240,7 +251,8 @@ struct ServeOptions {
   std::string store, listen = kDefaultListen, port_file;
   bool child = false;  // serve the connection on standard input and output
   bool threads = kThreadsByDefault;
-  bool service = false;  // the command line installed for the service manager
+  bool service = false;             // the command line installed for the service manager
+  std::string name = kServiceName;  // the service's name
 };
 
 // A connection handed to a thread of the daemon.
@@ -261,8 +273,8 @@ void *handler_thread(void *arg) {
 void short_options(int argc, char **argv) {
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "--") == 0) break;
-    static const char *const longs[][2] = {
-        {"--store", "-s"}, {"--listen", "-l"}, {"--port-file", "-p"}, {"--threads", "-T"}, {"--service", "-R"}};
+    static const char *const longs[][2] = {{"--store", "-s"},   {"--listen", "-l"},  {"--port-file", "-p"},
+                                           {"--threads", "-T"}, {"--service", "-R"}, {"--name", "-n"}};
     for (const auto &l : longs)
       if (std::strcmp(argv[i], l[0]) == 0) argv[i] = const_cast<char *>(l[1]);
   }
@@ -291,7 +303,7 @@ int run_daemon(const ServeOptions &o, const char *self) {
     error("%s\n", why.c_str());
     return kUsage;
   }
-  bool service = RegisterThisService(kServiceName) != 0;
+  bool service = RegisterThisService(o.name.c_str()) != 0;
   regevent(9, on_stop);
   regevent(2, on_stop);
   qz_socket_t ls = net::listen_on(addr, why);
@@ -389,8 +401,10 @@ int cmd_serve(int argc, char **argv) {
     std::vector<std::string> kept;  // folders made absolute, kept alive for words
     kept.reserve(static_cast<size_t>(argc));
     std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve"), const_cast<char *>("--service")};
+    std::string name = kServiceName;
     for (int i = 2; i < argc; ++i) {
       words.push_back(argv[i]);
+      if ((std::strcmp(argv[i], "--name") == 0 || std::strcmp(argv[i], "-n") == 0) && i + 1 < argc) name = argv[i + 1];
       // A service starts in the manager's folder, not the installer's: the
       // store and the port file are installed as absolute names.
       static const char *const folders[] = {"--store", "-s", "--port-file", "-p"};
@@ -402,17 +416,18 @@ int cmd_serve(int argc, char **argv) {
       }
     }
     words.push_back(nullptr);
-    SvcInstalling2(static_cast<int>(words.size()) - 1, words.data(), kServiceName, kServiceDisplay, 1);
+    SvcInstalling2(static_cast<int>(words.size()) - 1, words.data(), name.c_str(), kServiceDisplay, 1);
     return kOk;
   }
   short_options(argc, argv);
-  Options opts(argc, argv, "s:l:p:CRTh");
+  Options opts(argc, argv, "s:l:p:n:CRTh");
   ServeOptions o;
   for (int c; (c = opts.next()) != -1;) {
     switch (c) {
       case 's': o.store = opts.arg(); break;
       case 'l': o.listen = opts.arg(); break;
       case 'p': o.port_file = opts.arg(); break;
+      case 'n': o.name = opts.arg(); break;
       case 'C': o.child = true; break;
       case 'T': o.threads = true; break;
       case 'R': o.service = true; break;

@@ -2,6 +2,7 @@
 #include "frame/os.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -71,13 +72,24 @@ void install_fork_hook(void (*child)()) noexcept {
 }
 
 bool read_and_delete(const char *path, std::string &out, size_t max) noexcept {
-  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  // The file lies in a shared temporary folder: only a plain file with one
+  // link, owned by this process's user and writable by nobody else, is
+  // taken, never through a link, and it is removed only while the name still
+  // denotes the file that was read.
+  int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
   if (fd < 0) return false;
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink != 1 || st.st_uid != geteuid() ||
+      (st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    close(fd);
+    return false;
+  }
   out.assign(max, '\0');
   ssize_t n = read(fd, out.data(), max);
   out.resize(n > 0 ? static_cast<size_t>(n) : 0);
   close(fd);
-  unlink(path);
+  struct stat now;
+  if (lstat(path, &now) == 0 && now.st_dev == st.st_dev && now.st_ino == st.st_ino) unlink(path);
   return true;
 }
 

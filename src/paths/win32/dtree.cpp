@@ -90,8 +90,13 @@ std::wstring long_form(const std::string &path, bool &ok) {
   std::wstring full(need, L'\0');
   DWORD len = GetFullPathNameW(w.c_str(), need, full.data(), nullptr);
   full.resize(len);
-  if (full.rfind(L"\\\\", 0) == 0) return L"\\\\?\\UNC" + full.substr(1);
-  return L"\\\\?\\" + full;
+  if (full.rfind(L"\\\\.\\", 0) == 0) return L"\\\\?\\" + full.substr(4);  // "\\.\C:\..."
+  if (full.rfind(L"\\\\", 0) != 0) return L"\\\\?\\" + full;
+  std::wstring unc = L"\\\\?\\UNC" + full.substr(1);
+  // A share's root is named with its separator: "\\server\share\".
+  const size_t at = unc.find(L'\\', 8);
+  if (at != std::wstring::npos && unc.find(L'\\', at + 1) == std::wstring::npos) unc += L'\\';
+  return unc;
 }
 
 int64_t unix_time(int64_t t) {
@@ -137,8 +142,16 @@ std::wstring join(const std::wstring &dir, const std::wstring &name) {
   return p + name;
 }
 
+// Drops trailing separators, but not the one a drive root ("\\?\C:\") or a
+// share root ("\\?\UNC\server\share\") needs to name the root itself.
 void trim(std::wstring &path) {
-  while (path.size() > 4 && path.back() == L'\\' && !(path.size() == 7 && path[5] == L':')) path.pop_back();
+  auto share_root = [&path] {
+    if (path.rfind(L"\\\\?\\UNC\\", 0) != 0) return false;
+    const size_t at = path.find(L'\\', 8);
+    return at != std::wstring::npos && path.find(L'\\', at + 1) == path.size() - 1;
+  };
+  while (path.size() > 4 && path.back() == L'\\' && !(path.size() == 7 && path[5] == L':') && !share_root())
+    path.pop_back();
 }
 
 // Opens a file or directory for its record: through a reparse point only
@@ -164,6 +177,17 @@ bool facts_of(HANDLE h, Facts &f) {
   return true;
 }
 
+// A reparse point that names another place (a link, junction or mount
+// point) is not walked through; any other (deduplicated, cloud or
+// compressed files) is the file or directory it stands for. A tag the
+// listing did not give counts as a link.
+bool names_another_place(unsigned tag) { return tag == 0 || tag == kVolumeMountPoint || (tag & 0x20000000u) != 0; }
+
+unsigned tag_of(HANDLE h) {
+  FILE_ATTRIBUTE_TAG_INFO info{};
+  return GetFileInformationByHandleEx(h, FileAttributeTagInfo, &info, sizeof info) ? info.ReparseTag : 0;
+}
+
 // Opens a directory by its long name and keeps it open. Unless follow is
 // set, a reparse point found there (a link or junction put in place since
 // the listing) is refused rather than followed.
@@ -177,7 +201,7 @@ OsDir *open_dir(std::wstring path, bool follow, int &err) {
   Facts f;
   if (facts_of(h, f)) {
     if (!(f.attributes & FILE_ATTRIBUTE_DIRECTORY)) err = ENOTDIR;
-    else if (!follow && (f.attributes & FILE_ATTRIBUTE_REPARSE_POINT)) err = ELOOP;
+    else if (!follow && (f.attributes & FILE_ATTRIBUTE_REPARSE_POINT) && names_another_place(tag_of(h))) err = ELOOP;
     if (err) {
       CloseHandle(h);
       return nullptr;
@@ -201,8 +225,17 @@ Item item_of(std::string name, const Facts &f, unsigned tag) {
   it.name = std::move(name);
   fill(f, it.st);
   it.have_st = true;
-  if (f.attributes & FILE_ATTRIBUTE_REPARSE_POINT) it.reparse = tag ? tag : 1;
+  if ((f.attributes & FILE_ATTRIBUTE_REPARSE_POINT) && names_another_place(tag)) it.reparse = tag ? tag : 1;
   return it;
+}
+
+// Test seam: entries of this name are listed as reparse points of this tag.
+std::string g_fake_name;
+unsigned g_fake_tag = 0;
+void fake_reparse(const std::wstring &name, Facts &f, unsigned &tag) {
+  if (g_fake_name.empty() || ll::paths::win::to_utf8(name.c_str()) != g_fake_name) return;
+  f.attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+  tag = g_fake_tag;
 }
 
 // True when a junction is a volume mount point. Without the system's
@@ -323,6 +356,7 @@ bool list(OsDir *dir, std::vector<Item> &out, int &err) noexcept {
           // extended-attribute size would be.
           std::wstring wname(e->FileName, len);
           unsigned tag = e->EaSize;
+          fake_reparse(wname, f, tag);
           if ((f.attributes & FILE_ATTRIBUTE_REPARSE_POINT) && tag == IO_REPARSE_TAG_MOUNT_POINT &&
               leads_to_volume(join(dir->path, wname)))
             tag = kVolumeMountPoint;
@@ -403,3 +437,8 @@ int kind_of(const struct ll_stat64 &st, unsigned reparse) noexcept {
 }
 
 }  // namespace ll::dtree
+
+extern "C" LL_API void llt_dtree_reparse(const char *name, unsigned tag) noexcept {
+  ll::dtree::g_fake_name = name ? name : "";
+  ll::dtree::g_fake_tag = tag;
+}
