@@ -23,9 +23,10 @@
 #include <thread>
 #include <vector>
 
-// The C library's popen and pclose, before the library's header maps the names.
+// The C library's popen, pclose and kill, before the library's header maps the names.
 static FILE *(*const libc_popen)(const char *, const char *) = ::popen;
 static int (*const libc_pclose)(FILE *) = ::pclose;
+static int (*const libc_kill)(pid_t, int) = ::kill;
 
 #include <liblocal/frame.h>
 #include <liblocal/process.h>
@@ -168,6 +169,7 @@ void until_zombie(pid_t pid) {
   const std::string path = "/proc/" + std::to_string(pid) + "/stat";
   for (;;) {
     std::ifstream f(path);
+    if (!f) return;  // gone already
     std::string line;
     std::getline(f, line);
     const size_t close_paren = line.rfind(')');
@@ -184,14 +186,17 @@ void BM_waitpid_any_of_500(benchmark::State &state) {
   }
   for (auto _ : state) {
     pid_t pid;
-    posix_spawn(&pid, g_child.c_str(), nullptr, nullptr, child_argv(), environ);
+    if (posix_spawn(&pid, g_child.c_str(), nullptr, nullptr, child_argv(), environ) != 0) {
+      state.SkipWithError("posix_spawn failed");
+      break;
+    }
     until_zombie(pid);
     const auto t0 = std::chrono::steady_clock::now();
     int st;
     waitpid(-1, &st, 0);
     state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count());
   }
-  for (pid_t p : running) kill(p, SIGKILL);
+  for (pid_t p : running) libc_kill(p, SIGKILL);
   for (pid_t p : running) waitpid(p, nullptr, 0);
 }
 
@@ -203,6 +208,10 @@ void BM_waitchild_any_of_500(benchmark::State &state) {
   }
   for (auto _ : state) {
     const int pid = spawn(0, child_argv(), nullptr, nullptr, nullptr);
+    if (pid <= 0) {
+      state.SkipWithError("spawn failed");
+      break;
+    }
     until_zombie(pid);
     const auto t0 = std::chrono::steady_clock::now();
     waitchild(-1, nullptr, 0);

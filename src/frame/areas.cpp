@@ -114,6 +114,19 @@ void *lookup_slow(qz_area_init init, int per_process) noexcept {
   e->area = init(&e->dtor);
 
   g_lock->lock();
+  if (per_process) {
+    // Another thread may have made the same per-process area meanwhile: the
+    // first one in stays, and every thread gets it.
+    for (Entry *other = g_buckets[b]; other; other = other->next) {
+      if (other->pid == pid && other->init == init && other->per_process) {
+        void *area = other->area;
+        g_lock->unlock();
+        if (e->dtor) e->dtor(e->area);
+        std::free(e);
+        return area;
+      }
+    }
+  }
   e->next = g_buckets[b];
   g_buckets[b] = e;
   if (per_process) invalidate_all();

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -55,6 +56,30 @@ TEST(DataAreas, EachThreadHasItsOwnAreaAndSharesTheProcessOne) {
   for (auto &t : ts) t.join();
   EXPECT_EQ(bad.load(), 0);
   T_threadexit();
+}
+
+// Threads that make the same per-process area at once all get one area; the
+// copies made meanwhile are destroyed. The initialiser sleeps, so the
+// threads really meet there.
+std::atomic<int> g_race_made{0}, g_race_freed{0};
+void *race_init(qz_area_dtor *dtor) {
+  ++g_race_made;
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  *dtor = [](void *p) {
+    ++g_race_freed;
+    std::free(p);
+  };
+  return std::calloc(1, 8);
+}
+
+TEST(DataAreas, ThreadsMakingOneProcessAreaAtOnceShareIt) {
+  std::vector<std::thread> threads;
+  void *seen[8] = {};
+  for (int i = 0; i < 8; ++i) threads.emplace_back([&, i] { seen[i] = P_GetDataAreaPtr(race_init); });
+  for (auto &t : threads) t.join();
+  for (void *p : seen) EXPECT_EQ(p, seen[0]);
+  EXPECT_EQ(P_GetDataAreaPtr(race_init), seen[0]);
+  EXPECT_EQ(g_race_freed.load(), g_race_made.load() - 1);
 }
 
 TEST(DataAreas, ThreadExitDestroysInReverseCreationOrder) {

@@ -125,6 +125,12 @@ struct Marked {
   DWORD old;
 };
 
+bool is_runtime_fd(intptr_t v) noexcept {
+  if (v < 0 || v >= 0x10000) return false;
+  const intptr_t h = _get_osfhandle(static_cast<int>(v));
+  return h != -1 && h != -2;
+}
+
 HANDLE handle_of(intptr_t v) noexcept {
   if (v >= 0 && v < 0x10000) {
     // A runtime-library descriptor when it is one, else the handle itself.
@@ -220,6 +226,10 @@ int create(const SpawnReq &req, Child &node) noexcept {
       }
     }
 
+    const bool ansi = class9x();
+    if (ansi && req.stdfds && req.stdfds[1] != -1 && !is_runtime_fd(req.stdfds[1]))
+      return relay_create(req, to_ansi(line.c_str(), line.size()), to_ansi(app.c_str(), app.size()), node);
+
     // Standard handles.
     HANDLE in = nullptr, out = GetStdHandle(STD_OUTPUT_HANDLE), err = GetStdHandle(STD_ERROR_HANDLE);
     if (req.stdfds) {
@@ -294,7 +304,6 @@ int create(const SpawnReq &req, Child &node) noexcept {
         token = primary.h;
       }
     }
-    const bool ansi = class9x();
 
     STARTUPINFOEXW si{};
     si.StartupInfo.cb = sizeof si;
