@@ -19,6 +19,15 @@
 
 #include "lltest.h"
 
+#ifdef _WIN32
+#include <winsock2.h>
+#else
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#endif
+
+LLTEST_CHILD(fault_exit) { return 0; }
+
 extern "C" void llt_fault_arm(unsigned kinds, long nth, int persistent);
 extern "C" long llt_fault_disarm(void);
 extern "C" long llt_fault_calls(void);
@@ -27,13 +36,66 @@ extern "C" void llt_catalog_setup(const char *name) noexcept;
 
 namespace {
 
-constexpr unsigned kAlloc = 1, kOpen = 2, kIo = 4, kSpawn = 8;
+constexpr unsigned kAlloc = 1, kOpen = 2, kIo = 4, kSpawn = 8, kSocket = 16;
 constexpr long kMaxRuns = 400;
 
 struct Outcome {
   bool failed = false;  // the call reported a failure by its convention
   long injected = 0;
 };
+
+// A child that ends at once, started and reaped; true when spawn refused.
+bool spawn_round() {
+  std::string self = lltest::self_path();
+  char child[] = "--lltest-child", name[] = "fault_exit";
+  char *argv[] = {self.data(), child, name, nullptr};
+  const int pid = spawn(0, argv, nullptr, nullptr, nullptr);
+  if (pid < 0) {
+    EXPECT_NE(errno, 0) << "spawn failed without an error number";
+    return true;
+  }
+  int status = -1;
+  EXPECT_EQ(waitchild(pid, &status, 0), pid);
+  return false;
+}
+
+// A command stream read to its end; true when popen refused.
+bool popen_round() {
+  FILE *f = popen("echo x", "r");
+  if (!f) return true;
+  char buf[16];
+  while (std::fgets(buf, sizeof buf, f)) {
+  }
+  EXPECT_EQ(pclose(f), 0);
+  return false;
+}
+
+// The file-system table built afresh; true when it could not be.
+bool fstab_round() {
+  donefstab();
+  errno = 0;
+  const bool failed = getfstab(nullptr) == nullptr;
+  if (failed) {
+    EXPECT_NE(errno, 0);
+  }
+  return failed;
+}
+
+// A listening socket on loopback; true when a call refused.
+bool socket_round() {
+  Tcp_Is_Loaded();
+  qz_socket_t s = qzsocket(AF_INET, SOCK_STREAM, 0);
+  if (s == QZ_INVALID_SOCKET) return true;
+  sockaddr_in a{};
+  a.sin_family = AF_INET;
+  a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const bool failed = qzbind(s, reinterpret_cast<sockaddr *>(&a), sizeof a) != 0 || qzlisten(s, 1) != 0;
+  if (failed) {
+    EXPECT_NE(errno, 0);
+  }
+  qzsoclose(s);
+  return failed;
+}
 
 Outcome armed(unsigned kinds, long nth, bool persistent, const std::function<bool()> &body) {
   llt_fault_arm(kinds, nth, persistent ? 1 : 0);
@@ -289,6 +351,12 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
       {"err_save/err_restore", kAlloc, true, [] { return save_and_restore(); }},
       {"qz_thr_create", kAlloc | kSpawn, false, [] { return start_thread(); }},
       {"qz_thr_create, threads only", kSpawn, true, [] { return start_thread(); }},
+      {"spawn + waitchild", kOpen | kSpawn, true, [] { return spawn_round(); }},
+      {"popen + pclose", kOpen | kSpawn, true, [] { return popen_round(); }},
+      {"qzsocket + qzbind + qzlisten", kSocket, true, [] { return socket_round(); }},
+#ifndef _WIN32
+      {"getfstab", kOpen | kIo, true, [] { return fstab_round(); }},
+#endif
   };
   const long fds = open_descriptors();
   for (const Case &c : cases) {

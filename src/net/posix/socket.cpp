@@ -28,6 +28,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "frame/fault.h"
 #include "frame/syserr.h"
 #include "net/socket_os.h"
 #include <liblocal/syserr.h>
@@ -206,7 +207,7 @@ void cancel() noexcept {
 }
 
 qz_socket_t socket(int af, int type, int protocol) noexcept {
-  int s = ::socket(af, type | SOCK_CLOEXEC, protocol);
+  int s = LL_FAULT(socket) ? -1 : ::socket(af, type | SOCK_CLOEXEC, protocol);
   return s < 0 ? fail() : s;
 }
 
@@ -330,10 +331,10 @@ int close(qz_socket_t s) noexcept {
 }
 
 int bind(qz_socket_t s, const sockaddr *name, qz_socklen_t len) noexcept {
-  return ::bind(s, name, len) < 0 ? fail() : 0;
+  return LL_FAULT(socket) || ::bind(s, name, len) < 0 ? fail() : 0;
 }
 
-int listen(qz_socket_t s, int backlog) noexcept { return ::listen(s, backlog) < 0 ? fail() : 0; }
+int listen(qz_socket_t s, int backlog) noexcept { return LL_FAULT(socket) || ::listen(s, backlog) < 0 ? fail() : 0; }
 
 int getsockopt(qz_socket_t s, int level, int opt, char *val, qz_socklen_t *len) noexcept {
   return ::getsockopt(s, level, opt, val, len) < 0 ? fail() : 0;

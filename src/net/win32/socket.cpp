@@ -9,6 +9,7 @@
 // one gives the socket back in the mode its owner chose. Windows cannot be
 // asked for a socket's mode, so the library remembers the modes set through
 // it; a socket it never switched is blocking.
+#include "frame/fault.h"
 #include "frame/win32/win.h"
 
 #include <io.h>
@@ -247,7 +248,7 @@ void cancel() noexcept {
 qz_socket_t socket(int af, int type, int protocol) noexcept {
   load_once();
   // Not inheritable from birth where the system can do it.
-  SOCKET s = WSASocketW(af, type, protocol, nullptr, 0, WSA_FLAG_OVERLAPPED | 0x80 /* NO_HANDLE_INHERIT */);
+  SOCKET s = LL_FAULT(socket) ? INVALID_SOCKET : WSASocketW(af, type, protocol, nullptr, 0, WSA_FLAG_OVERLAPPED | 0x80 /* NO_HANDLE_INHERIT */);
   if (s == INVALID_SOCKET && WSAGetLastError() == WSAEINVAL) s = ::socket(af, type, protocol);
   if (s == INVALID_SOCKET) return fail(), kBadSocket;
   no_inherit(s);

@@ -11,6 +11,7 @@
 
 #include <liblocal/export.h>
 
+#include "frame/fault.h"
 #include "paths/fstab_os.h"
 #include "paths/paths.h"
 
@@ -36,13 +37,13 @@ int read_table(std::string &text) {
       return 0;
     }
   }
-  const int fd = ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
+  const int fd = LL_FAULT(open) ? -1 : ::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
   if (fd < 0) return errno ? errno : ENOENT;
   size_t len = 0;
   text.resize(64 * 1024);
   while (len < kMaxTable) {
     if (len == text.size()) text.resize(text.size() * 2 < kMaxTable ? text.size() * 2 : kMaxTable);
-    const ssize_t n = ::read(fd, text.data() + len, text.size() - len);
+    const ssize_t n = LL_FAULT(io) ? -1 : ::read(fd, text.data() + len, text.size() - len);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) {
       const int e = errno;

@@ -9,11 +9,12 @@
 #include <cerrno>
 #include <climits>
 
+#include "frame/fault.h"
 #include "proc/process_os.h"
 
 namespace ll::process::os {
 
-int make_pipe(int fds[2]) noexcept { return pipe2(fds, O_CLOEXEC); }
+int make_pipe(int fds[2]) noexcept { return LL_FAULT(open) ? -1 : pipe2(fds, O_CLOEXEC); }
 
 void close_fd(int fd) noexcept {
   if (fd >= 0) ::close(fd);

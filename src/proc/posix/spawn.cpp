@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/fault.h"
 #include "proc/process_os.h"
 #include <liblocal/env.h>
 
@@ -77,7 +78,7 @@ LL_CHILD_CODE long sys(long n, long a = 0, long b = 0, long c = 0, long d = 0) {
   return syscall(n, a, b, c, d);
 }
 
-LL_CHILD_CODE [[noreturn]] void child_fail(const ChildArgs *a, int err) {
+[[noreturn]] LL_CHILD_CODE void child_fail(const ChildArgs *a, int err) {
   syscall(SYS_write, a->errfd, &err, sizeof err);
   for (;;) syscall(SYS_exit_group, 127);
 }
@@ -209,7 +210,7 @@ int create(const SpawnReq &req, Child &node) noexcept {
     }
     if (a.std_src[0] == -1) {
       // No input given: the null device, never the caller's own input.
-      nullfd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+      nullfd = LL_FAULT(open) ? -1 : open("/dev/null", O_RDONLY | O_CLOEXEC);
       if (nullfd < 0) return -1;
       a.std_src[0] = nullfd;
     }
@@ -233,7 +234,7 @@ int create(const SpawnReq &req, Child &node) noexcept {
     a.envp = envp.v;
 
     int ep[2];
-    if (pipe2(ep, O_CLOEXEC) != 0) {
+    if (LL_FAULT(open) || pipe2(ep, O_CLOEXEC) != 0) {
       const int saved = errno;
       if (nullfd >= 0) close(nullfd);
       errno = saved;
@@ -262,7 +263,7 @@ int create(const SpawnReq &req, Child &node) noexcept {
     const int clone_err = errno;
     if (pid > 0) pidfd = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
 #else
-    const int pid = clone(child_main, stack_mem + kStack, CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD, &a,
+    const int pid = LL_FAULT(spawn) ? -1 : clone(child_main, stack_mem + kStack, CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD, &a,
                           &pidfd);
     const int clone_err = errno;
 #endif

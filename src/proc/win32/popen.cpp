@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/fault.h"
 #include "frame/win32/win.h"
 #include "proc/process_os.h"
 #include <liblocal/osver.h>
@@ -17,7 +18,7 @@ namespace ll::process::os {
 int make_pipe(int fds[2]) noexcept {
   SECURITY_ATTRIBUTES sa{sizeof sa, nullptr, FALSE};
   HANDLE r, w;
-  if (!CreatePipe(&r, &w, &sa, 16384)) return -1;
+  if (LL_FAULT(open) || !CreatePipe(&r, &w, &sa, 16384)) return -1;
   const int rfd = _open_osfhandle(reinterpret_cast<intptr_t>(r), _O_BINARY | _O_RDONLY);
   if (rfd < 0) {
     CloseHandle(r);

@@ -24,6 +24,7 @@
 
 #include <io.h>
 
+#include "frame/fault.h"
 #include "frame/areas.h"
 #include "frame/syserr.h"
 #include "frame/win32/win.h"
@@ -362,7 +363,7 @@ int create(const SpawnReq &req, Child &node) noexcept {
         ok = CreateProcessAsUserW(token, app.empty() ? nullptr : app.c_str(), cmd.data(), nullptr, nullptr, TRUE,
                                   flags, envmem.data(), nullptr, &si.StartupInfo, &pi);
       else
-        ok = CreateProcessW(app.empty() ? nullptr : app.c_str(), cmd.data(), nullptr, nullptr, TRUE, flags,
+        ok = !LL_FAULT(spawn) && CreateProcessW(app.empty() ? nullptr : app.c_str(), cmd.data(), nullptr, nullptr, TRUE, flags,
                             envmem.data(), nullptr, &si.StartupInfo, &pi);
       if (!ok) saved = marked_last_error();
       for (const Marked &m : marked) SetHandleInformation(m.h, HANDLE_FLAG_INHERIT, m.old);
