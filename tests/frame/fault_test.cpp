@@ -70,7 +70,9 @@ bool popen_round() {
   return false;
 }
 
-// The file-system table built afresh; true when it could not be.
+#ifndef _WIN32
+// The file-system table built afresh; true when it could not be (Windows
+// builds it without the hooked calls).
 bool fstab_round() {
   donefstab();
   errno = 0;
@@ -80,6 +82,7 @@ bool fstab_round() {
   }
   return failed;
 }
+#endif
 
 // A listening socket on loopback; true when a call refused.
 bool socket_round() {
