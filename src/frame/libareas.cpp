@@ -18,7 +18,8 @@ void proc_dtor(void *a) {
   }
   std::free(p->myname);
   for (char *s : p->owned) std::free(s);
-  if (Global_liblocal_p_varp == p) Global_liblocal_p_varp = nullptr;
+  void *mine = p;
+  __atomic_compare_exchange_n(&Global_liblocal_p_varp, &mine, nullptr, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
   std::free(p);
   hooks::hostname_cache_clear();
 }
@@ -29,7 +30,10 @@ void *proc_init(qz_area_dtor *out) {
   std::strcpy(p->myname, "Baystow");
   for (auto *&cs : p->cs) cs = new std::recursive_mutex();
   os::process_area_created();
-  Global_liblocal_p_varp = p;
+  // Two threads may make the area at once; the frame keeps the first one in
+  // and ll::proc() publishes that one.
+  void *none = nullptr;
+  __atomic_compare_exchange_n(&Global_liblocal_p_varp, &none, p, false, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
   *out = proc_dtor;
   return p;
 }
@@ -66,8 +70,10 @@ void *thread_init(qz_area_dtor *out) {
 ThreadArea *thr() noexcept { return static_cast<ThreadArea *>(T_GetDataAreaPtr(thread_init)); }
 
 ProcArea *proc() noexcept {
-  if (void *p = Global_liblocal_p_varp) return static_cast<ProcArea *>(p);
-  return static_cast<ProcArea *>(P_GetDataAreaPtr(proc_init));
+  if (void *p = __atomic_load_n(&Global_liblocal_p_varp, __ATOMIC_ACQUIRE)) return static_cast<ProcArea *>(p);
+  void *p = P_GetDataAreaPtr(proc_init);
+  __atomic_store_n(&Global_liblocal_p_varp, p, __ATOMIC_RELEASE);
+  return static_cast<ProcArea *>(p);
 }
 
 }  // namespace ll

@@ -33,32 +33,34 @@ template <size_t N> int in_list(const char *name, const char *const (&list)[N]) 
 extern "C" {
 
 LL_API int Win32OSVersion(void) noexcept {
-  if (g_class) return g_class;
-  g_class = ll::sys::compute_class();
-  return g_class;
+  // Computed once; threads asking at once compute the same answer.
+  if (int c = __atomic_load_n(&g_class, __ATOMIC_ACQUIRE)) return c;
+  const int c = ll::sys::compute_class();
+  __atomic_store_n(&g_class, c, __ATOMIC_RELEASE);
+  return c;
 }
 
 LL_API int Win32OSMajorVersionNumber(void) noexcept {
-  if (g_major) return g_major;
+  if (int v = __atomic_load_n(&g_major, __ATOMIC_ACQUIRE)) return v;
   int major, minor, platform;
   if (!ll::sys::version(major, minor, platform)) return 0;
-  g_major = major;
+  __atomic_store_n(&g_major, major, __ATOMIC_RELEASE);
   return major;
 }
 
 LL_API int Win32OSMinorVersionNumber(void) noexcept {
-  if (g_minor != -1) return g_minor;
+  if (int v = __atomic_load_n(&g_minor, __ATOMIC_ACQUIRE); v != -1) return v;
   int major, minor, platform;
   if (!ll::sys::version(major, minor, platform)) return -1;
-  g_minor = minor;
+  __atomic_store_n(&g_minor, minor, __ATOMIC_RELEASE);
   return minor;
 }
 
 LL_API int Win32OSPlatformId(void) noexcept {
-  if (g_platform != -1) return g_platform;
+  if (int v = __atomic_load_n(&g_platform, __ATOMIC_ACQUIRE); v != -1) return v;
   int major, minor, platform;
   if (!ll::sys::version(major, minor, platform)) return -1;
-  g_platform = platform;
+  __atomic_store_n(&g_platform, platform, __ATOMIC_RELEASE);
   return platform;
 }
 
@@ -82,6 +84,6 @@ LL_API int get_num_processors(void) noexcept {
 }
 
 // Test seam: forces the class answer (0 forgets it and asks the system again).
-LL_API void llt_force_os_class(int c) noexcept { g_class = c; }
+LL_API void llt_force_os_class(int c) noexcept { __atomic_store_n(&g_class, c, __ATOMIC_RELEASE); }
 
 }  // extern "C"
