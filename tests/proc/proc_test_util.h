@@ -15,6 +15,7 @@
 #include "lltest.h"
 #include <liblocal/output.h>
 #include <liblocal/process.h>
+#include <liblocal/service.h>
 
 #ifdef _WIN32
 #  include <fcntl.h>
@@ -220,29 +221,17 @@ inline bool run_foreign_child(int code, int linger_ms) {
 #endif
 }
 
-#ifndef _WIN32
-inline volatile sig_atomic_t stop_requested = 0;
-#endif
+inline std::atomic<int> stop_requested{0};
 
-// In a child: waits (at most 20 s) for a kill(pid, sig) other than 9; the
-// kill event on Windows, the stop signal on POSIX. Says "ready" first.
+// In a child: waits (at most 20 s) for a kill(pid, sig) other than 9 through
+// the library's own kill handler (the kill event on Windows, the stop signal
+// on POSIX). Says "ready" once the handler is in place.
 inline bool wait_for_stop_request() {
-#ifdef _WIN32
-  char name[64];
-  std::snprintf(name, sizeof name, "%luKILLEVENT", GetCurrentProcessId());
-  HANDLE e = CreateEventA(nullptr, FALSE, FALSE, name);
+  regevent(9, [](int) { stop_requested = 1; });
   std::printf("ready\n");
   std::fflush(stdout);
-  return e && WaitForSingleObject(e, 20000) == WAIT_OBJECT_0;
-#else
-  struct sigaction sa = {};
-  sa.sa_handler = [](int) { stop_requested = 1; };
-  sigaction(SIGTERM, &sa, nullptr);
-  std::printf("ready\n");
-  std::fflush(stdout);
-  for (int i = 0; i < 2000 && !stop_requested; ++i) usleep(10000);
-  return stop_requested;
-#endif
+  for (int i = 0; i < 2000 && !stop_requested; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return stop_requested != 0;
 }
 
 }  // namespace proctest
