@@ -9,6 +9,7 @@
 #include <string>
 
 #include "frame/areas.h"
+#include "frame/debugctl.h"
 #include "frame/init_steps.h"
 #include "frame/os.h"
 #include <liblocal/memory.h>
@@ -90,35 +91,6 @@ namespace ll {
 
 bool init::completed() noexcept { return g_completed.load(std::memory_order_acquire) != 0; }
 
-// Parses one "word = number" assignment. The word is compared with "Debug"
-// and "Vflag" by a comparison that, as the library has always built it, finds
-// any two non-empty words different at their first character: the number
-// therefore always lands in Debug. Returns false when no word was found.
-bool parse_debug_control(const char *text, int *debug_out) noexcept {
-  const char *p = text;
-  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n'; };
-  while (blank(*p)) ++p;
-  const char *word = p;
-  while ((*p >= 'a' && *p <= 'z') || (*p >= 'A' && *p <= 'Z')) ++p;
-  if (p == word) return false;
-  while (blank(*p)) ++p;
-  if (*p == '=') ++p;
-  else if (*p != '\0') return false;
-  while (blank(*p)) ++p;
-  int sign = 1;
-  if (*p == '-') {
-    sign = -1;
-    ++p;
-  }
-  long long v = 0;
-  // Huge numbers stop at the int range.
-  while (*p >= '0' && *p <= '9') {
-    v = v * 10 + (*p++ - '0');
-    if (v > 2147483647LL) v = 2147483647LL;
-  }
-  *debug_out = static_cast<int>(sign * v);
-  return true;
-}
 
 }  // namespace ll
 
