@@ -43,6 +43,8 @@ typedef struct qz_ids {
 /* Type 1: words 2..4 zero. Any other type: the current time, the next value
  * of the process's counter (1 for the first identifier, wrapping to 0 after
  * 65535; two threads never get the same value) and this host's address.
+ * At most 65536 identifiers of a process carry the same second: a creation
+ * beyond that waits for the next second, so that none repeats another.
  * Returns word 4 as stored. */
 LL_API uint32_t qzui_create(qzui *id, uint32_t type, uint32_t priv) LL_NOEXCEPT;
 /* Type 9 with the private value, the rest zero. */

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <thread>
 
 #include <liblocal/digest.h>
 #include <liblocal/hostid.h>
@@ -28,8 +29,34 @@ uint32_t host(uint32_t v) noexcept { return be(v); }  // the same swap both ways
 
 uint32_t word(const qzui *id, int i) noexcept { return host(id->w[i]); }
 
-// The counter: the first identifier of a process carries 1.
-std::atomic<uint32_t> g_counter{0};
+// The counter: the first identifier of a process carries 1. Its 16 bits give
+// 65536 values per second of creation time, so the stamp of each identifier
+// is taken under a lock that also counts the identifiers of that second: the
+// one after the 65536th waits for the next second instead of repeating a
+// value.
+std::mutex g_stamp_mu;
+uint32_t g_counter = 0;
+qz_time64_t g_stamp_second{};
+uint32_t g_stamp_used = 0;
+
+void next_stamp(qz_time64_t *t, uint32_t *count) noexcept {
+  for (;;) {
+    {
+      std::lock_guard<std::mutex> lock(g_stamp_mu);
+      *t = qz_time(nullptr);
+      if (t->low != g_stamp_second.low || t->high != g_stamp_second.high) {
+        g_stamp_second = *t;
+        g_stamp_used = 0;
+      }
+      if (g_stamp_used < 0x10000) {
+        ++g_stamp_used;
+        *count = ++g_counter & 0xFFFF;
+        return;
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
 // This host's address as stored in word 4; the loopback address until the
 // host-identity layer gives a better one.
 std::atomic<uint32_t> g_host_addr{be(kLoopback)};
@@ -111,8 +138,9 @@ LL_API uint32_t qzui_create(qzui *id, uint32_t type, uint32_t priv) noexcept {
     id->w[2] = id->w[3] = id->w[4] = 0;
     return 0;
   }
-  qz_time64_t t = qz_time(nullptr);
-  uint32_t count = (g_counter.fetch_add(1, std::memory_order_relaxed) + 1) & 0xFFFF;
+  qz_time64_t t;
+  uint32_t count;
+  next_stamp(&t, &count);
   id->w[2] = be(t.low);
   id->w[3] = be((count << 16) | (static_cast<uint32_t>(t.high) & 0xFFFF));
   id->w[4] = host_address();
