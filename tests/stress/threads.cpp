@@ -105,7 +105,8 @@ std::atomic<ProcessArea *> g_parea{nullptr};
 
 void tarea_free(void *a) {
   auto *t = static_cast<ThreadArea *>(a);
-  if (t->magic != kMagic || t->owner != qz_thr_getid()) fail("a thread area destroyed by another thread or twice");
+  // A killed thread's areas are destroyed by its killer.
+  if (t->magic != kMagic) fail("a thread area destroyed twice");
   t->magic = 0;
   std::free(t);
   ++g_tareas_freed;
@@ -142,25 +143,53 @@ bool use_areas() {
   return true;
 }
 
-void *short_thread(void *) {
+// Where a thread that is to be killed waits: a library wait, so that the
+// kill never lands inside an allocation of this program.
+struct Park {
+  qz_mtx_t *mtx = nullptr;
+  qz_cond_t *cond = nullptr;
+} g_park;
+constexpr uint32_t kKilled = 0xC0FFEE;
+std::atomic<long> g_killed{0};
+
+void *short_thread(void *arg) {
+  auto *parked = static_cast<std::atomic<int> *>(arg);
   bool ok = true;
   for (int i = 0; i < 3; ++i) ok = use_areas() && ok;
+  if (parked) {
+    const qz_timespec_t interval{0, 20000000};
+    qz_mtx_lock(g_park.mtx);
+    parked->store(1);
+    for (;;) qz_cond_timedwait(g_park.cond, g_park.mtx, &interval);
+  }
   return reinterpret_cast<void *>(uintptr_t{ok ? kMagic : 1u});
 }
 
+// Up to 4 short threads beside this one's own use of the areas; one in four
+// of them ends by being killed, its areas then destroyed by the killer.
 long areas_round(Rand &r) {
   qz_thr_t *th[4];
+  std::atomic<int> parked[4];
+  bool kill[4];
   int n = 1 + r.below(4);
-  for (int i = 0; i < n; ++i)
-    if (!qz_thr_create(&th[i], short_thread, nullptr)) {
+  for (int i = 0; i < n; ++i) {
+    kill[i] = r.below(4) == 0;
+    parked[i] = 0;
+    if (!qz_thr_create(&th[i], short_thread, kill[i] ? &parked[i] : nullptr)) {
       fail("qz_thr_create");
       n = i;
     }
+  }
   use_areas();
   for (int i = 0; i < n; ++i) {
     uint32_t status = 0;
     int nowait = 0;
-    if (!qz_thr_wait(th[i], &status, &nowait) || status != kMagic) fail("thread status %x", status);
+    if (kill[i]) {
+      while (!parked[i].load()) qz_thr_yield();
+      if (!qz_thr_kill(th[i], kKilled)) fail("qz_thr_kill");
+      ++g_killed;
+    }
+    if (!qz_thr_wait(th[i], &status, &nowait) || status != (kill[i] ? kKilled : kMagic)) fail("thread status %x", status);
     qz_thr_destroy(th[i]);
   }
   return n + 1;
@@ -540,6 +569,8 @@ void catalog_setup(const std::string &appdir) {
 // compared with these, and whatever the library makes once per process
 // exists before the descriptors are counted.
 void warm_up() {
+  qz_mtx_create(&g_park.mtx);
+  qz_cond_create(&g_park.cond);
   err_settype(8, 3, "stress", g_type_texts, g_type_severities);
   g_system_text = err_set(QZERR_T_SYSTEM, 3002)->text;
   for (auto &q : g_host_questions) q.same = samehost(q.a, q.b);
@@ -619,7 +650,8 @@ int main(int argc, char **argv) {
   for (int k = 0; k < kKinds; ++k)
     if (per_kind[k]) did += std::string("; ") + kKindNames[k] + " " + std::to_string(per_kind[k]) + "x " + std::to_string(ops[k]) + " ops";
   if (per_kind[kAreas]) {
-    did += "; thread areas made " + std::to_string(g_tareas_made.load()) + ", freed " + std::to_string(g_tareas_freed.load());
+    did += "; threads killed " + std::to_string(g_killed.load()) + "; thread areas made " + std::to_string(g_tareas_made.load()) +
+           ", freed " + std::to_string(g_tareas_freed.load());
     if (g_tareas_made.load() != g_tareas_freed.load()) fail("thread areas: %ld made, %ld freed", g_tareas_made.load(), g_tareas_freed.load());
     if (g_pareas_made.load() != 1) fail("%ld process areas of one kind", g_pareas_made.load());
     ProcessArea *p = g_parea.load();
