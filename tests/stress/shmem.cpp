@@ -3,7 +3,8 @@
 // that map it by name, lets them go together, and checks that the counter
 // under the lock equals the sum of what each process says it added, and
 // that an interlocked counter beside it agrees. Each child stops after
-// "--rounds N" (default 5000000) or when the time ("--seconds") runs out.
+// "--rounds N" (LL_STRESS_ROUNDS; default 5000000) or when the time
+// ("--seconds") runs out.
 #include <string>
 
 #include "stress.h"
@@ -68,6 +69,7 @@ int main(int argc, char **argv) {
   qzinit(argv[0]);
   const int secs = stress::seconds(argc, argv, 10);
   const char *rounds_opt = stress::option(argc, argv, "--rounds");
+  if (!rounds_opt) rounds_opt = std::getenv("LL_STRESS_ROUNDS");
   const long rounds = rounds_opt ? std::atol(rounds_opt) : 5000000;
   if (const char *slot = stress::option(argc, argv, "--child"))
     return child(stress::option(argc, argv, "--name"), std::atoi(slot), rounds, secs);

@@ -37,6 +37,12 @@
 extern "C" void llt_catalog_set_appdir(const char *dir) noexcept;
 extern "C" void llt_catalog_setup(const char *name) noexcept;
 
+// The C library's reentrant resolver calls reload the resolver configuration
+// under a lock of their own that the thread sanitizer cannot see: two plain
+// threads calling gethostbyname_r alone get the same report. Only that one
+// is left out (read by the sanitizer at start; unused in other builds).
+extern "C" const char *__tsan_default_suppressions() { return "race:__libc_dynarray_emplace_enlarge\n"; }
+
 namespace {
 
 using stress::fail;
@@ -599,7 +605,6 @@ int main(int argc, char **argv) {
   const char *threads_opt = stress::option(argc, argv, "--threads");
   const char *appdir = stress::option(argc, argv, "--appdir");
   const int threads = threads_opt ? std::max(8, std::atoi(threads_opt)) : 64;
-  g_ids_kept = 3000000 / static_cast<size_t>(threads);
   int kind_only = -1;
   if (only) {
     for (int k = 0; k < kKinds; ++k)
@@ -622,6 +627,7 @@ int main(int argc, char **argv) {
     Kind k = kind_only >= 0 ? static_cast<Kind>(kind_only) : static_cast<Kind>(i % kKinds);
     workers[i] = Worker{i, k, per_kind[k]++, 0, nullptr};
   }
+  if (per_kind[kIds]) g_ids_kept = 4000000 / static_cast<size_t>(per_kind[kIds]);
   if (per_kind[kCancel] && per_kind[kCancel] < 4) {
     std::fprintf(stderr, "the cancel kind needs at least 4 threads\n");
     return 2;
@@ -660,7 +666,7 @@ int main(int argc, char **argv) {
   if (per_kind[kIds]) {
     std::sort(g_ids.begin(), g_ids.end(), [](const qzui &a, const qzui &b) { return std::memcmp(&a, &b, sizeof a) < 0; });
     auto dup = std::adjacent_find(g_ids.begin(), g_ids.end(), [](const qzui &a, const qzui &b) { return std::memcmp(&a, &b, sizeof a) == 0; });
-    did += "; " + std::to_string(g_ids.size()) + " identifiers compared";
+    did += "; " + std::to_string(g_ids.size()) + " identifiers compared (at most 4000000 are kept)";
     if (dup != g_ids.end()) fail("identifier %s made twice", qzui_to_string(&*dup, nullptr, 1));
   }
   if (per_kind[kCancel]) {
