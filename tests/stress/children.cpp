@@ -106,8 +106,8 @@ int main(int argc, char **argv) {
       return 1;
     }
   }
-  const int before = stress::open_handles();
   stress::Watchdog dog("stress_children", secs + 120);
+  const int before = stress::open_handles();
   g_deadline = stress::Clock::now() + std::chrono::seconds(secs);
   const auto t0 = stress::Clock::now();
 
@@ -116,6 +116,7 @@ int main(int argc, char **argv) {
     drivers[i].index = i;
     drivers[i].share = total / kThreads + (i < total % kThreads ? 1 : 0);
     if (!qz_thr_create(&drivers[i].thr, drive, &drivers[i])) fail("qz_thr_create");
+    else ++stress::g_threads_made;
   }
   for (auto &d : drivers) {
     if (!d.thr) continue;

@@ -3,6 +3,7 @@
 // progress, and the report line each one prints.
 #pragma once
 #include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -44,12 +45,48 @@ inline const char *option(int argc, char **argv, const char *name) {
   return nullptr;
 }
 
+#ifdef _WIN32
+// The system's table of open handles (class 16), counted for this process:
+// the answer where GetProcessHandleCount gives none.
+inline int handles_from_table() {
+  using Query = LONG(WINAPI *)(ULONG, void *, ULONG, ULONG *);
+  auto query = reinterpret_cast<Query>(
+      reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+  if (!query) return 0;
+  struct Entry {
+    ULONG pid;
+    BYTE type, flags;
+    USHORT value;
+    void *object;
+    ULONG access;
+  };
+  std::string buf(1 << 20, '\0');
+  for (int tries = 0; tries < 8; ++tries) {
+    ULONG need = 0;
+    LONG st = query(16, buf.data(), static_cast<ULONG>(buf.size()), &need);
+    if (st == static_cast<LONG>(0xC0000004)) {  // the table grew: a bigger buffer
+      buf.resize(std::max<size_t>(buf.size() * 2, need + 65536));
+      continue;
+    }
+    if (st != 0) return 0;
+    ULONG count;
+    std::memcpy(&count, buf.data(), sizeof count);
+    const auto *e = reinterpret_cast<const Entry *>(buf.data() + sizeof(void *));
+    int mine = 0;
+    for (ULONG i = 0; i < count; ++i)
+      if (e[i].pid == GetCurrentProcessId()) ++mine;
+    return mine;
+  }
+  return 0;
+}
+#endif
+
 // Open descriptors (POSIX) or handles (Windows) of this process.
 inline int open_handles() {
 #ifdef _WIN32
   DWORD n = 0;
   GetProcessHandleCount(GetCurrentProcess(), &n);
-  return static_cast<int>(n);
+  return n ? static_cast<int>(n) : handles_from_table();
 #else
   int n = -1;  // the listing's own descriptor
   if (DIR *d = opendir("/proc/self/fd")) {
@@ -103,21 +140,38 @@ class Watchdog {
   std::thread thread_;
 };
 
+// Threads started with qz_thr_create and threads ended by qz_thr_kill, for
+// the Windows handle count: the library keeps a thread's handle open for the
+// life of the process by design, and a thread ended by TerminateThread never
+// runs the C runtime's thread-exit callbacks, which leaves its two handles.
+inline std::atomic<long> g_threads_made{0}, g_threads_killed{0};
+
+// Handles that may appear besides those: the kernel objects the threads
+// runtime makes for a mutex or condition variable when it is first contended
+// (this program's and the library's, a few each), kept for the life of the
+// process. A handle lost per call or per thread shows far above this.
+constexpr int kLazyHandles = 32;
+
 // The closing lines: what ran and whether anything went wrong. Returns the
-// exit code.
+// exit code. On POSIX the descriptor counts must be equal.
 inline int report(const char *name, const std::string &did, double secs, int handles_before, int handles_after) {
-  const long failures = g_failures.load();
+  long failures = g_failures.load();
+  bool counts_ok = handles_before == handles_after;
 #ifdef _WIN32
-  if (handles_before == 0 && handles_after == 0)  // Wine counts none
+  const long kept = g_threads_made.load() + 2 * g_threads_killed.load();
+  if (handles_before == 0 && handles_after == 0) {  // no way to count here
     std::printf("%s: %s; %.1f s; handles not counted by this system\n", name, did.c_str(), secs);
-  else
-    std::printf("%s: %s; %.1f s; handles %d before, %d after\n", name, did.c_str(), secs, handles_before, handles_after);
+  } else {
+    std::printf("%s: %s; %.1f s; handles %d before, %d after (%ld kept by ended threads, at most %d made once)\n", name,
+                did.c_str(), secs, handles_before, handles_after, kept, kLazyHandles);
+    counts_ok = handles_after >= handles_before && handles_after - handles_before <= kept + kLazyHandles;
+  }
 #else
   std::printf("%s: %s; %.1f s; descriptors %d before, %d after\n", name, did.c_str(), secs, handles_before, handles_after);
 #endif
-  if (handles_before != handles_after) std::printf("FAIL: %s: the open count changed\n", name);
+  if (!counts_ok) std::printf("FAIL: %s: the open count changed\n", name);
   if (failures) std::printf("FAIL: %s: %ld failures\n", name, failures);
-  const bool ok = failures == 0 && handles_before == handles_after;
+  const bool ok = failures == 0 && counts_ok;
   std::printf("%s: %s\n", name, ok ? "ok" : "FAILED");
   std::fflush(nullptr);
   return ok ? 0 : 1;

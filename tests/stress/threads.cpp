@@ -184,6 +184,8 @@ long areas_round(Rand &r) {
     if (!qz_thr_create(&th[i], short_thread, kill[i] ? &parked[i] : nullptr)) {
       fail("qz_thr_create");
       n = i;
+    } else {
+      ++stress::g_threads_made;
     }
   }
   use_areas();
@@ -194,6 +196,7 @@ long areas_round(Rand &r) {
       while (!parked[i].load()) qz_thr_yield();
       if (!qz_thr_kill(th[i], kKilled)) fail("qz_thr_kill");
       ++g_killed;
+      ++stress::g_threads_killed;
     }
     if (!qz_thr_wait(th[i], &status, &nowait) || status != (kill[i] ? kKilled : kMagic)) fail("thread status %x", status);
     qz_thr_destroy(th[i]);
@@ -617,8 +620,8 @@ int main(int argc, char **argv) {
 
   catalog_setup(appdir ? appdir : "");
   warm_up();
-  const int before = stress::open_handles();
   stress::Watchdog dog("stress_threads", secs + 120);
+  const int before = stress::open_handles();
 
   // Spread the kinds over the threads; the cancel group gets at least 4.
   std::vector<Worker> workers(static_cast<size_t>(threads));
@@ -637,6 +640,7 @@ int main(int argc, char **argv) {
   const auto t0 = stress::Clock::now();
   for (auto &w : workers)
     if (!qz_thr_create(&w.thr, work, &w)) fail("qz_thr_create for worker %d", w.index);
+    else ++stress::g_threads_made;
   std::this_thread::sleep_for(std::chrono::seconds(secs));
   g_stop = true;
   for (auto &w : workers) {
