@@ -21,8 +21,8 @@ need cpack
 # Every public header of the source tree is in the package, under include/.
 expected_headers() { (cd "$src/include" && find . -type f | sed "s|^\./|$1/include/|"); }
 
-# Sorted list of the package's files (directories left out), paths without
-# the leading "./" or top-level folder.
+# The package's files and links ($work/files: paths inside the package,
+# directories left out) must be exactly the expected ones ($work/want).
 check_list() {
   sort "$work/files" >"$work/got"
   sort "$work/want" >"$work/want.sorted"
