@@ -4,7 +4,6 @@
 # 32-bit Windows build (compiled only: no 32-bit Wine here).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/install-deps.sh --windows
 export CCACHE_DIR=${CCACHE_DIR:-$HOME/.ccache}
 jobs=$(nproc)
 
@@ -19,6 +18,9 @@ step() {
   step_name=$* step_start=$SECONDS
   printf '\n=== %s ===\n' "$*"
 }
+
+step "install what the build and the tests need"
+bash scripts/install-deps.sh --windows
 
 for preset in linux linux-asan; do
   step "$preset: build"
