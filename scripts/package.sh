@@ -33,7 +33,7 @@ for p in $presets; do
   echo "== $p: configure and build ($dir)"
   cmake --preset "$p" -B "$dir" -DLL_TESTS=OFF -DLL_BENCH=OFF >/dev/null
   cmake --build "$dir" -j "$jobs" >/dev/null
-  (cd "$dir" && cpack -B "$out" >/dev/null)
+  (cd "$dir" && cpack -B "$out" >"$dir/cpack.log" 2>&1) || { cat "$dir/cpack.log"; exit 1; }
   rm -rf "$out/_CPack_Packages"
   echo "   done in $((SECONDS - start)) s"
 done
