@@ -28,13 +28,16 @@ if [ -f "$exe" ]; then
 fi
 WINE=${WINE:-/usr/lib/wine/wine64}
 [ -x "$WINE" ] || WINE=$(command -v wine64 || command -v wine)
+# wineserver is not on the PATH of Debian's packages: it sits beside wine64.
+WINESERVER=${WINESERVER:-$(dirname "$WINE")/wineserver}
+[ -x "$WINESERVER" ] || WINESERVER=$(command -v wineserver || echo wineserver)
 mkdir -p "$WINEPREFIX"
 (
   flock 9
   # Exit status 0: no server was running for this prefix and a persistent one
   # has just started; boot the prefix from here, detached, so that Wine's
   # helper processes never hold a test's output open.
-  if wineserver -p </dev/null >/dev/null 2>&1 9>&- || ! [ -f "$WINEPREFIX/.ll-ready" ]; then
+  if "$WINESERVER" -p </dev/null >/dev/null 2>&1 9>&- || ! [ -f "$WINEPREFIX/.ll-ready" ]; then
     "$WINE" wineboot -i </dev/null >/dev/null 2>&1 9>&-
     touch "$WINEPREFIX/.ll-ready"
   fi

@@ -41,6 +41,9 @@ cmake --preset windows >/dev/null
 cmake --build --preset windows -j "$jobs"
 step "windows: test under Wine"
 export WINEPREFIX=$PWD/build/windows/wineprefix WINEDEBUG=-all LANG=C.UTF-8
+WINESERVER=/usr/lib/wine/wineserver
+[ -x $WINESERVER ] || WINESERVER=$(command -v wineserver || echo wineserver)
+export WINESERVER
 unset TZ DISPLAY
 # Drives for the file-system table's tests: M: and N: on one folder, O: a
 # CD-ROM, added to a booted prefix. Wine shows only the drives that existed
@@ -50,7 +53,7 @@ mkdir -p "$WINEPREFIX/fstab-m" "$WINEPREFIX/fstab-o"
 printf 1234abcd > "$WINEPREFIX/fstab-m/.windows-serial"
 for l in m n; do ln -sfn ../fstab-m "$WINEPREFIX/dosdevices/$l:"; done
 ln -sfn ../fstab-o "$WINEPREFIX/dosdevices/o:"
-wineserver -k 2>/dev/null || true
+"$WINESERVER" -k 2>/dev/null || true
 # Start the persistent server again and let the prefix settle: right after a
 # boot Wine's service manager may still go down once, which a service test
 # started in that window would take for a failure.
@@ -59,12 +62,13 @@ sleep 10
 # cmake/wine-run.sh starts a persistent wineserver for this prefix and boots it.
 rc=0
 ctest --preset windows -j "$jobs" || rc=$?
-wineserver -k 2>/dev/null || true
+"$WINESERVER" -k 2>/dev/null || true
 [ $rc = 0 ] || exit $rc
 
 step "windows32: build only (the library and the tool)"
 cmake --preset windows32 >/dev/null
 cmake --build --preset windows32 -j "$jobs" --target liblocal llocal
+(cd build/windows32 && cpack >/dev/null)
 
 step "all tests passed"
 printf '\nTime per step:\n%s%6ds  total\n' "$timings" $((SECONDS - started))
