@@ -4,11 +4,23 @@
 # 32-bit Windows build (compiled only: no 32-bit Wine here).
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bash scripts/install-deps.sh --windows
 export CCACHE_DIR=${CCACHE_DIR:-$HOME/.ccache}
 jobs=$(nproc)
 
-step() { printf '\n=== %s ===\n' "$*"; }
+# Each step prints its name; the time the previous one took is printed when
+# the next begins, and a table of all of them at the end.
+started=$SECONDS step_name='' step_start=$SECONDS timings=''
+step() {
+  if [ -n "$step_name" ]; then
+    timings+=$(printf '%6ds  %s' $((SECONDS - step_start)) "$step_name")$'\n'
+    printf '=== (%s: %ds) ===\n' "$step_name" $((SECONDS - step_start))
+  fi
+  step_name=$* step_start=$SECONDS
+  printf '\n=== %s ===\n' "$*"
+}
+
+step "install what the build and the tests need"
+bash scripts/install-deps.sh --windows
 
 for preset in linux linux-asan; do
   step "$preset: build"
@@ -55,3 +67,4 @@ cmake --preset windows32 >/dev/null
 cmake --build --preset windows32 -j "$jobs" --target liblocal llocal
 
 step "all tests passed"
+printf '\nTime per step:\n%s%6ds  total\n' "$timings" $((SECONDS - started))
