@@ -4,7 +4,9 @@
 #
 #   check-abi.sh            build the library (preset linux; an up-to-date
 #                           build is reused), describe its interface, compare
-#   check-abi.sh --update   the same, then write the description as the new
+#   check-abi.sh --update   build the library in build/abi (preset linux,
+#                           every object compiled there, no compiler cache),
+#                           compare, and write the description as the new
 #                           baseline (refused for an incompatible change
 #                           unless the SONAME changed too)
 #   check-abi.sh --compare <baseline.abi> <current.abi>
@@ -14,6 +16,11 @@
 # variables with the types reachable from them (the test seams llt_* are left
 # out, see abi/liblocal.abignore). The description leaves out what differs
 # between machines: build paths, source locations, the order of type ids.
+# The units appear in the order of their compiled source paths, so a
+# baseline comes from a build whose objects were all compiled in one tree
+# (a shared compiler cache mixes paths of other trees in): that is what
+# --update builds, and what a fresh machine builds. The comparison itself
+# does not depend on the order.
 #
 # Incompatible, and failing: an exported function or variable removed, or
 # changed (its own type or any type it reaches: a member moved, resized,
@@ -101,11 +108,17 @@ command -v abidw >/dev/null || die "abidw is missing (package abigail-tools)"
 
 start=$(date +%s)
 cd "$root"
-build=$root/build/linux
-if [ ! -f "$build/CMakeCache.txt" ]; then
-  cmake --preset linux >/dev/null
+if [ $mode = check ]; then
+  build=$root/build/linux
+  [ -f "$build/CMakeCache.txt" ] || cmake --preset linux >/dev/null
+  cmake --build --preset linux -j "$(nproc)" --target liblocal >/dev/null
+else
+  build=$root/build/abi
+  export CCACHE_DISABLE=1
+  [ -f "$build/CMakeCache.txt" ] ||
+    cmake --preset linux -B "$build" -DLL_TESTS=OFF -DLL_TOOLS=OFF >/dev/null
+  cmake --build "$build" -j "$(nproc)" --target liblocal >/dev/null
 fi
-cmake --build --preset linux -j "$(nproc)" --target liblocal >/dev/null
 lib=$build/lib/liblocal.so
 [ -e "$lib" ] || die "no $lib after the build"
 
