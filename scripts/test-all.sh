@@ -26,6 +26,10 @@ for preset in linux linux-asan; do
   step "$preset: build"
   cmake --preset $preset >/dev/null
   cmake --build --preset $preset -j "$jobs"
+  if [ "$preset" = linux ]; then
+    step "linux: interface check (ABI baseline)"
+    bash scripts/check-abi.sh
+  fi
   step "$preset: test"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --preset $preset -j "$jobs"
@@ -54,12 +58,11 @@ printf 1234abcd > "$WINEPREFIX/fstab-m/.windows-serial"
 for l in m n; do ln -sfn ../fstab-m "$WINEPREFIX/dosdevices/$l:"; done
 ln -sfn ../fstab-o "$WINEPREFIX/dosdevices/o:"
 "$WINESERVER" -k 2>/dev/null || true
-# Start the persistent server again and let the prefix settle: right after a
-# boot Wine's service manager may still go down once, which a service test
-# started in that window would take for a failure.
+# Start a program once and let the prefix settle: right after a boot Wine's
+# service manager may still go down once, which a service test started in
+# that window would take for a failure.
 cmake/wine-run.sh cmd /c exit >/dev/null 2>&1 || true
 sleep 10
-# cmake/wine-run.sh starts a persistent wineserver for this prefix and boots it.
 rc=0
 ctest --preset windows -j "$jobs" || rc=$?
 "$WINESERVER" -k 2>/dev/null || true
