@@ -39,10 +39,12 @@ if [ $windows = 1 ]; then
   threads_dir=build/windows process_dir=build/windows children=$((children / 10))
   export WINEPREFIX=$PWD/build/windows/wineprefix WINEDEBUG=-all LANG=C.UTF-8
   unset TZ DISPLAY
-  mkdir -p "$WINEPREFIX"
-  # Start the persistent server before the first test does (see cmake/wine-run.sh).
+  WINESERVER=/usr/lib/wine/wineserver
+  [ -x $WINESERVER ] || WINESERVER=$(command -v wineserver || echo wineserver)
+  export WINESERVER
+  # The prefix is booted before the first program is timed.
   cmake/wine-run.sh cmd /c exit >/dev/null 2>&1 || true
-  trap 'wineserver -k 2>/dev/null || true' EXIT
+  trap '"$WINESERVER" -k 2>/dev/null || true' EXIT
 else
   step "linux-tsan: build the threaded stress program"
   cmake --preset linux-tsan -DLL_TOOLS=OFF >/dev/null
