@@ -682,7 +682,8 @@ int main(int argc, char **argv) {
     }
     did += "; cancels " + std::to_string(g.cancels.load()) + ", blocked calls released " + std::to_string(g.released.load()) +
            ", bytes " + std::to_string(sent) + " sent " + std::to_string(got) + " received, connections " +
-           std::to_string(g.connects.load()) + " made " + std::to_string(g.accepts.load()) + " accepted";
+           std::to_string(g.connects.load()) + " made, " + std::to_string(g.connects_cut.load()) +
+           " cut by a cancel, " + std::to_string(g.accepts.load()) + " accepted";
     if (sent != got) fail("bytes lost: %llu sent, %llu received", static_cast<unsigned long long>(sent), static_cast<unsigned long long>(got));
     if (g.accepts.load() < g.connects.load() || g.accepts.load() > g.connects.load() + g.connects_cut.load())
       fail("connections: %ld made, %ld cut by a cancel, %ld accepted", g.connects.load(), g.connects_cut.load(), g.accepts.load());
