@@ -17,10 +17,10 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-threads_secs=300 children=2000 children_secs=600 shmem_secs=60 rounds=2000000000 windows=0
+threads_secs=300 ids_secs=30 children=2000 children_secs=600 shmem_secs=60 rounds=2000000000 windows=0
 while [ $# -gt 0 ]; do
   case $1 in
-    --short) threads_secs=12 children=2000 children_secs=20 shmem_secs=4 rounds=5000000 ;;
+    --short) threads_secs=12 ids_secs=3 children=2000 children_secs=20 shmem_secs=4 rounds=5000000 ;;
     --seconds) threads_secs=$2; shift ;;
     --windows) windows=1 ;;
     *) echo "usage: $0 [--short] [--seconds N] [--windows]" >&2; exit 2 ;;
@@ -51,7 +51,7 @@ else
   cmake --build --preset linux-tsan -j "$jobs" --target stress_threads
   step "linux: build the process stress programs"
   cmake --preset linux >/dev/null
-  cmake --build --preset linux -j "$jobs" --target stress_children stress_shmem
+  cmake --build --preset linux -j "$jobs" --target stress_threads stress_children stress_shmem
   threads_dir=build/linux-tsan process_dir=build/linux
 fi
 
@@ -73,6 +73,8 @@ run() {
 }
 step "threads: 64 for $threads_secs s"
 run $threads_dir threads LL_STRESS_SECONDS=$threads_secs TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1"
+step "identifiers: 16 threads for $ids_secs s"
+run $process_dir ids LL_STRESS_SECONDS=$ids_secs
 step "children: $children across 8 threads (at most $children_secs s)"
 run $process_dir children LL_STRESS_CHILDREN=$children LL_STRESS_SECONDS=$children_secs
 step "shared memory: 4 processes for at most $shmem_secs s"
