@@ -23,6 +23,11 @@ LL_API int qzcatopen(const char *name) LL_NOEXCEPT;
  * default. The result lives in a process-wide ring of 20 buffers of 6144
  * bytes: copy it before 19 more lookups. */
 LL_API char *qzcatgets(int handle, int set, int number, const char *def) LL_NOEXCEPT;
+/* The same text copied into the caller's buffer of 'size' bytes (cut short
+ * if need be, always terminated) while the catalog is locked: no other
+ * thread's lookup can overwrite it, and the ring is left alone. Returns buf;
+ * null for a null buffer or a size of 0. */
+LL_API char *qzcatgets_buf(char *buf, size_t size, int handle, int set, int number, const char *def) LL_NOEXCEPT;
 /* 0, or -1 when the handle is unknown or cannot be closed; negative: 0. */
 LL_API int qzcatclose(int handle) LL_NOEXCEPT;
 

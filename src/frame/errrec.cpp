@@ -103,8 +103,8 @@ int kRapSeverities[33] = {1, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5,
                           5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5};
 
 char *catalog_copy(int number, const char *english) {
-  const char *t = qzcatgets(Catd, 17, number, english);
-  return strdup(t ? t : english);
+  char t[6144];
+  return strdup(qzcatgets_buf(t, sizeof t, Catd, 17, number, english));
 }
 
 ErrTypes *types() noexcept { return process_area<ErrTypes>(); }
@@ -293,16 +293,17 @@ LL_API void err_print(const qzerror *rec) noexcept {
     else
       ll::format(suffix, sizeof suffix, " (number %d)", code);
   }
-  char word[64];
-  const char *w = sev == 1 ? ll::catalog_format(276, "notice") : sev == 2 ? ll::catalog_format(277, "warning")
-                                                                       : ll::catalog_format(278, "error");
+  char word[64], fmt[512];
+  const char *w = sev == 1   ? ll::catalog_format(276, "notice", fmt, sizeof fmt)
+                  : sev == 2 ? ll::catalog_format(277, "warning", fmt, sizeof fmt)
+                             : ll::catalog_format(278, "error", fmt, sizeof fmt);
   std::strncpy(word, w, sizeof word - 1);
   word[sizeof word - 1] = 0;
   const char *text = rec->text ? rec->text : "";
   if (name)
-    printerr(ll::catalog_format(280, "%s %s: %s%s\n"), name, word, text, suffix);
+    printerr(ll::catalog_format(280, "%s %s: %s%s\n", fmt, sizeof fmt), name, word, text, suffix);
   else
-    printerr(ll::catalog_format(279, "%s, %s%s\n"), word, text, suffix);
+    printerr(ll::catalog_format(279, "%s, %s%s\n", fmt, sizeof fmt), word, text, suffix);
 }
 
 }  // extern "C"

@@ -850,9 +850,9 @@ bool format_compatible(const char *fmt, const char *reference) noexcept {
   return true;
 }
 
-const char *catalog_format(int number, const char *english) noexcept {
-  const char *t = qzcatgets(Catd, 17, number, english);
-  return (t && format_compatible(t, english)) ? t : english;
+const char *catalog_format(int number, const char *english, char *buf, size_t size) noexcept {
+  const char *t = qzcatgets_buf(buf, size, Catd, 17, number, english);
+  return format_compatible(t, english) ? t : english;
 }
 
 }  // namespace ll

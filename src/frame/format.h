@@ -27,9 +27,11 @@ int sequence_columns(const unsigned char *s, size_t avail, size_t *bytes) noexce
 // a translated format may then safely be used with the reference's arguments.
 bool format_compatible(const char *fmt, const char *reference) noexcept;
 
-// A catalog text of the library's own set, used only when it is compatible
-// with the English default (which is returned otherwise).
-const char *catalog_format(int number, const char *english) noexcept;
+// A catalog text of the library's own set, copied into buf (size bytes), used
+// only when it is compatible with the English default (which is returned
+// otherwise). The copy is the caller's: another thread's lookups cannot
+// change it while it is used.
+const char *catalog_format(int number, const char *english, char *buf, size_t size) noexcept;
 
 namespace os {
 // One floating-point or pointer conversion by the runtime's own formatter.

@@ -98,7 +98,8 @@ LL_API char *qzmo_strerror(int code) noexcept {
     if (*buf || !*rt) return buf;
   }
   char *buf = ll::text_buffer();
-  ll::format(buf, ll::kTextBuffer, ll::catalog_format(149, "Error %d\n"), code);
+  char fmt[256];
+  ll::format(buf, ll::kTextBuffer, ll::catalog_format(149, "Error %d\n", fmt, sizeof fmt), code);
   return buf;
 }
 
@@ -106,7 +107,8 @@ LL_API char *nt_syserror(int code) noexcept {
   char text[ll::kTextBuffer];
   char *buf = ll::text_buffer();
   if (!ll::os::system_message(code, text, sizeof text)) {
-    ll::format(buf, ll::kTextBuffer, ll::catalog_format(35, "unknown error %d (0x%x)"), code, code);
+    char fmt[256];
+    ll::format(buf, ll::kTextBuffer, ll::catalog_format(35, "unknown error %d (0x%x)", fmt, sizeof fmt), code, code);
     return buf;
   }
   size_t j = 0;

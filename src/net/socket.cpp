@@ -267,9 +267,10 @@ LL_API void QZ_FD_SET(qz_socket_t s, qz_fd_set *set) noexcept {
   for (int i = 0; i < n; ++i)
     if (set->fd_array[i] == s) return;
   if (n >= QZ_FD_SETSIZE) {
-    char line[512];
+    char line[512], fmt[512];
     qzsnprintf(line, sizeof line,
-               qzcatgets(Catd, 17, 290, "Number of sockets over limit, some sockets will be ignored. (FD_SETSIZE %d)."),
+               qzcatgets_buf(fmt, sizeof fmt, Catd, 17, 290,
+                             "Number of sockets over limit, some sockets will be ignored. (FD_SETSIZE %d)."),
                QZ_FD_SETSIZE);
     printerr("%s\n", line);
     return;

@@ -186,8 +186,10 @@ LL_API int isfilesystemtype(const char *path, const char *type) noexcept {
   char fs[101] = {};
   if (!utf8_getvolumeinfo(ask.c_str(), nullptr, 0, nullptr, nullptr, nullptr, fs, sizeof fs)) {
     const int e = errno;
-    printerr(qzcatgets(Catd, 17, 187, "%s: unable to get volume information about file system, %s.\n"), path,
-             qzmo_strerror(e));
+    char fmt[512];
+    printerr(qzcatgets_buf(fmt, sizeof fmt, Catd, 17, 187,
+                           "%s: unable to get volume information about file system, %s.\n"),
+             path, qzmo_strerror(e));
     errno = e;
     return 0;
   }

@@ -121,7 +121,8 @@ const shmem_ops kPrivateOps = {priv_release_if_present, priv_release, lock_try, 
 // A system record of 'number' with catalog message 'msg' formatted with the
 // two texts.
 qzerror *record(int number, int msg, const char *english, const char *a, const char *b) noexcept {
-  const char *fmt = qzcatgets(Catd, 17, msg, english);
+  char fmt[1024];
+  qzcatgets_buf(fmt, sizeof fmt, Catd, 17, msg, english);
   qzerror *e = err_setstr(QZERR_T_SYSTEM, number, fmt, a, b);
   return e ? e : err_setall(QZERR_T_SYSTEM, 0, number, nullptr);
 }

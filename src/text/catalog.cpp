@@ -201,7 +201,8 @@ void setup_locale(const char *name) noexcept {
 
 // Answers: the letter texts of a kind are messages lower and lower + 1.
 int matches_letter(const char *answer, int number, const char *english) noexcept {
-  const char *letter = qzcatgets(Catd, kOwnSet, number, english);
+  char letter[64];
+  qzcatgets_buf(letter, sizeof letter, Catd, kOwnSet, number, english);
   const size_t n = std::strlen(letter);
   return n && std::strncmp(answer, letter, n) == 0;
 }
@@ -212,7 +213,8 @@ int is_kind(const char *answer, int lower, const char *lower_en, const char *upp
 }
 
 int letter_of(int number, const char *english) noexcept {
-  return static_cast<unsigned char>(qzcatgets(Catd, kOwnSet, number, english)[0]);
+  char letter[64];
+  return static_cast<unsigned char>(qzcatgets_buf(letter, sizeof letter, Catd, kOwnSet, number, english)[0]);
 }
 
 }  // namespace
@@ -290,6 +292,22 @@ LL_API char *qzcatgets(int handle, int set, int number, const char *def) noexcep
     if (e && e->found) return copy_text(buf, e->text.c_str());
   }
   return copy_text(buf, def);
+}
+
+LL_API char *qzcatgets_buf(char *buf, size_t size, int handle, int set, int number, const char *def) noexcept {
+  if (!buf || size == 0) return nullptr;
+  std::lock_guard<std::mutex> l(g.lock);
+  const char *text = def ? def : "";
+  if (ll::init::completed() || set == kOwnSet || number == kVersionMessage)
+    if (Catalog *c = catalog_at(handle)) {
+      const Catalog::Entry *e = find_text(*c, set, number);
+      if (e && e->found) text = e->text.c_str();
+    }
+  size_t n = std::strlen(text);
+  if (n > size - 1) n = size - 1;
+  std::memcpy(buf, text, n);
+  buf[n] = '\0';
+  return buf;
 }
 
 LL_API int qzcatclose(int handle) noexcept {

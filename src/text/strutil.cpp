@@ -52,7 +52,7 @@ qzerror *record_no_memory(int number, const char *english) noexcept {
   // record buffer (the catalog ring turns over while the record is set up),
   // or, when even that buffer cannot be had, the English text is used.
   char text[256];
-  std::snprintf(text, sizeof text, "%s", qzcatgets(Catd, 17, number, english));
+  qzcatgets_buf(text, sizeof text, Catd, 17, number, english);
   if (qzerror *e = err_setstr(QZERR_T_SYSTEM, QZERR_NOTICE * 1000 + 12, "%s", text)) return e;
   return err_setall(QZERR_T_SYSTEM, QZERR_NOTICE, 12, english);
 }

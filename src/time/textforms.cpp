@@ -42,7 +42,7 @@ char *forever_text(char *buf) noexcept {
 }
 
 char *i18n_forever(char *buf) noexcept {
-  std::snprintf(buf, QZ_TIMETEXT_SIZE, "%s", qzcatgets(Catd, 17, 189, "forever"));
+  qzcatgets_buf(buf, QZ_TIMETEXT_SIZE, Catd, 17, 189, "forever");
   return buf;
 }
 
@@ -61,11 +61,11 @@ char *i18n_form(qz_time64_t t, char *buf, int fmt_no, const char *fmt_def, int n
   if (is_forever(t)) return i18n_forever(buf);
   std::tm tm;
   if (!local_or_epoch(to64(t), tm)) {
-    std::snprintf(buf, QZ_TIMETEXT_SIZE, "%s", qzcatgets(Catd, 17, none_no, none_def));
+    qzcatgets_buf(buf, QZ_TIMETEXT_SIZE, Catd, 17, none_no, none_def);
     return buf;
   }
   char fmt[QZ_TIMETEXT_SIZE];
-  std::snprintf(fmt, sizeof fmt, "%s", qzcatgets(Catd, 17, fmt_no, fmt_def));
+  qzcatgets_buf(fmt, sizeof fmt, Catd, 17, fmt_no, fmt_def);
   qzstrftime(buf, QZ_TIMETEXT_SIZE, fmt, &tm);
   return buf;
 }
@@ -186,7 +186,7 @@ LL_API char *i18n_day_hm(qz_time64_t t, char *buf) noexcept {
   buf[0] = 0;
   if (local_or_epoch(to64(t), tm)) {
     char fmt[QZ_TIMETEXT_SIZE];
-    std::snprintf(fmt, sizeof fmt, "%s", qzcatgets(Catd, 17, 271, "%a %X"));
+    qzcatgets_buf(fmt, sizeof fmt, Catd, 17, 271, "%a %X");
     qzstrftime(buf, QZ_TIMETEXT_SIZE, fmt, &tm);
   }
   return buf;
@@ -211,10 +211,10 @@ LL_API char *i18n_gmt_ctime(qz_time64_t t, char *buf) noexcept {
   buf[0] = 0;
   if (!real_local(to64(t), tm)) return buf;
   char fmt[QZ_TIMETEXT_SIZE], date[QZ_TIMETEXT_SIZE], year[16], layout[QZ_TIMETEXT_SIZE];
-  std::snprintf(fmt, sizeof fmt, "%s", qzcatgets(Catd, 17, 285, "%a %b %d %X %Y"));
+  qzcatgets_buf(fmt, sizeof fmt, Catd, 17, 285, "%a %b %d %X %Y");
   qzstrftime(date, sizeof date, fmt, &tm);
   qzstrftime(year, sizeof year, "%Y", &tm);
-  std::snprintf(layout, sizeof layout, "%s", qzcatgets(Catd, 17, 270, "%.19s GMT%c%.2d%.2d %.4s"));
+  qzcatgets_buf(layout, sizeof layout, Catd, 17, 270, "%.19s GMT%c%.2d%.2d %.4s");
   long east = seconds_east(tm);
   long minutes = (east < 0 ? -east : east) / 60;
   long hours = minutes / 60;

@@ -29,6 +29,7 @@
 #include <liblocal/errrec.h>
 #include <liblocal/frame.h>
 #include <liblocal/hostid.h>
+#include <liblocal/qztime.h>
 #include <liblocal/qzui.h>
 #include <liblocal/socket.h>
 #include <liblocal/strutil.h>
@@ -209,7 +210,9 @@ const int kMessages[] = {252, 270, 285, 292, 1006};
 struct CatalogAnswers {
   std::string own[5];    // of the library's catalog (Catd)
   std::string other[5];  // of a handle opened by the thread
+  std::string time_text; // a time in the catalog's layout (the library reads the ring itself)
 } g_cat;
+const qz_time64_t kSomeTime = {1700000000u, 0};
 const char *kDefaults[] = {"Unknown error", "%.19s GMT%c%.2d%.2d %.4s", "%a %b %d %X %Y", "Cannot alloc for tokens\n",
                            "\nWaiting to be contacted ...\n\n"};
 
@@ -220,6 +223,11 @@ long catalog_round(Rand &r) {
     Window w(g_catalog_ring);
     const char *t = qzcatgets(Catd, 17, kMessages[i], kDefaults[i]);
     if (!t || g_cat.own[i] != t) fail("qzcatgets(%d) gave \"%s\"", kMessages[i], t ? t : "(null)");
+  }
+  {
+    char text[QZ_TIMETEXT_SIZE];
+    if (g_cat.time_text != i18n_long_time(kSomeTime, text)) fail("i18n_long_time gave \"%s\"", text);
+    ++ops;
   }
   {
     Window w(g_catalog_ring);
@@ -569,6 +577,8 @@ void catalog_setup(const std::string &appdir) {
     llt_catalog_setup("bsw");
   }
   for (int i = 0; i < 5; ++i) g_cat.own[i] = qzcatgets(Catd, 17, kMessages[i], kDefaults[i]);
+  char text[QZ_TIMETEXT_SIZE];
+  g_cat.time_text = i18n_long_time(kSomeTime, text);
   int h = qzcatopen("bsw");
   for (int i = 0; i < 5; ++i) g_cat.other[i] = qzcatgets(h, 17, kMessages[i], kDefaults[i]);
   qzcatclose(h);

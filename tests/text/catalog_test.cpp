@@ -102,6 +102,21 @@ TEST(Catalog, TestLanguageLookupAndFallback) {
   EXPECT_EQ(is_quit("q"), 1);
 }
 
+TEST(Catalog, CopiesIntoTheCallersBuffer) {
+  Locale loc("xx_TEST.UTF-8");
+  ASSERT_GE(Catd, 0);
+  char buf[16];
+  const char *first = qzcatgets(Catd, 17, 252, "x");
+  for (int i = 0; i < 25; ++i) qzcatgets_buf(buf, sizeof buf, Catd, 17, 253, "not translated");
+  EXPECT_STREQ(first, "Erreur inconnue");  // the ring was left alone
+  EXPECT_STREQ(buf, "not translated");
+  EXPECT_STREQ(qzcatgets_buf(buf, sizeof buf, Catd, 17, 252, ""), "Erreur inconnue");
+  EXPECT_STREQ(qzcatgets_buf(buf, 6, Catd, 17, 252, ""), "Erreu");  // cut short, terminated
+  EXPECT_STREQ(qzcatgets_buf(buf, sizeof buf, 12345, 17, 252, nullptr), "");
+  EXPECT_EQ(qzcatgets_buf(nullptr, 5, Catd, 17, 252, "x"), nullptr);
+  EXPECT_EQ(qzcatgets_buf(buf, 0, Catd, 17, 252, "x"), nullptr);
+}
+
 TEST(Catalog, StoredTextsAreUnescaped) {
   Locale loc("xx_TEST");
   ASSERT_GE(Catd, 0);
