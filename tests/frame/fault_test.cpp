@@ -166,6 +166,26 @@ bool eventlog_round(EventLogSink &sink) {
   return setup == 0 || sent == 0;
 }
 
+#ifdef _WIN32
+// Two values under a key of the test's own read back through the exported
+// registry readers; true when either reported absence (null, 0).
+bool registry_round() {
+  const char *key = "SOFTWARE\\llt_fault_values";
+  uint32_t type = 0, size = 0;
+  void *data = retrieve_data_from_registry_win32(HKEY_LOCAL_MACHINE, key, "Text", &type, &size);
+  if (data) {
+    EXPECT_EQ(type, static_cast<uint32_t>(REG_SZ));
+    EXPECT_STREQ(static_cast<char *>(data), "C:\\data");
+    std::free(data);
+  }
+  const uint32_t address = get_registry_ulong(key, "Address");
+  if (address) {
+    EXPECT_EQ(address, htonl(0x7F000001));
+  }
+  return !data || !address;
+}
+#endif
+
 Outcome armed(unsigned kinds, long nth, bool persistent, const std::function<bool()> &body) {
   llt_fault_arm(kinds, nth, persistent ? 1 : 0);
   errno = 0;
@@ -401,6 +421,10 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
   qz_vfprintf_fn old = set_vfprintf(quiet);  // the refusals print their messages
   qz_xmalloc_handler old_handler = set_xmalloc_failed([](size_t) {});  // retry at once
   EventLogSink sink;
+#ifdef _WIN32
+  ASSERT_EQ(RegSetKeyValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\llt_fault_values", "Text", REG_SZ, "C:\\data", 8), 0);
+  ASSERT_EQ(RegSetKeyValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\llt_fault_values", "Address", REG_SZ, "127.0.0.1", 10), 0);
+#endif
   (void)Win32OSVersion();  // the class is asked once per process: not inside a walk
   unsigned key = 0x7E5A0000u + static_cast<unsigned>(std::rand() % 0x1000) * 16;
   struct Case {
@@ -429,6 +453,8 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
       {"event_source_setup + eventprintf", kRegistry | kSocket, true, [&] { return eventlog_round(sink); }},
 #ifndef _WIN32
       {"getfstab", kOpen | kIo, true, [] { return fstab_round(); }},
+#else
+      {"registry readers", kRegistry, true, [] { return registry_round(); }},
 #endif
   };
   const long fds = open_descriptors();
@@ -446,6 +472,9 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
     return r;
   });
   EXPECT_GT(paths, 0);
+#ifdef _WIN32
+  RegDeleteKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\llt_fault_values");
+#endif
   set_vfprintf(old);
   set_xmalloc_failed(old_handler);
   llt_catalog_setup("bsw");
