@@ -4,6 +4,11 @@
 // descriptors open), reaping one ended child among 500 running ones, popen +
 // read + pclose, and two threads spawning at once. Prints "ratio" lines with
 // the goal of each.
+//
+// The plain spawn and the two-thread ratios come from runs in turns: blocks
+// of the peer's and the library's calls alternate, so that whatever else a
+// shared machine does falls on both alike, and the ratio is the median of the
+// blocks' ratios. The separate runs stay in the table for reference.
 #include <stdio.h>
 
 #include "ratio_main.h"
@@ -15,8 +20,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <barrier>
 #include <chrono>
 #include <cstdlib>
+#include <ctime>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -60,6 +68,107 @@ void BM_posix_spawn(benchmark::State &state) {
 }
 void BM_spawn(benchmark::State &state) {
   for (auto _ : state) library_once();
+}
+
+// ------------------------------------------------------------- in turns
+
+using Clock = std::chrono::steady_clock;
+
+double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+
+double thread_cpu() {
+  timespec ts;
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+double median(std::vector<double> v) {
+  if (v.empty()) return 0;
+  std::sort(v.begin(), v.end());
+  return v[v.size() / 2];
+}
+
+constexpr int kBlock = 10;  // calls of one kind in a row
+
+double g_turns = 0, g_turns_lo = 0, g_turns_hi = 0, g_threads = 0, g_threads_lo = 0, g_threads_hi = 0;
+
+// One iteration: a block of posix_spawn + waitpid, then a block of spawn +
+// waitchild (the order swapped every other iteration).
+void BM_spawn_in_turns(benchmark::State &state) {
+  std::vector<double> ratios;
+  double peer_wall = 0, lib_wall = 0, peer_cpu = 0, lib_cpu = 0;
+  bool lib_first = false;
+  for (auto _ : state) {
+    double wall[2], cpu[2];
+    for (int step = 0; step < 2; ++step) {
+      const int kind = step ^ (lib_first ? 1 : 0);  // 0 the peer, 1 the library
+      const auto t0 = Clock::now();
+      const double c0 = thread_cpu();
+      for (int i = 0; i < kBlock; ++i) kind ? library_once() : native_once();
+      cpu[kind] = thread_cpu() - c0;
+      wall[kind] = seconds(Clock::now() - t0);
+    }
+    lib_first = !lib_first;
+    ratios.push_back(wall[1] / wall[0]);
+    peer_wall += wall[0];
+    lib_wall += wall[1];
+    peer_cpu += cpu[0];
+    lib_cpu += cpu[1];
+  }
+  g_turns = median(ratios);
+  std::sort(ratios.begin(), ratios.end());
+  g_turns_lo = ratios.empty() ? 0 : ratios[ratios.size() / 4];
+  g_turns_hi = ratios.empty() ? 0 : ratios[ratios.size() * 3 / 4];
+  const double calls = static_cast<double>(state.iterations()) * kBlock;
+  state.counters["spawn/posix_spawn"] = g_turns;
+  state.counters["wall_us"] = lib_wall / calls * 1e6;
+  state.counters["peer_wall_us"] = peer_wall / calls * 1e6;
+  state.counters["cpu_us"] = lib_cpu / calls * 1e6;
+  state.counters["peer_cpu_us"] = peer_cpu / calls * 1e6;
+}
+
+// Two threads spawn at once; the pair's blocks alternate between the peer and
+// the library, each block's time the wall time from its start to the moment
+// both threads are through.
+void BM_2threads_in_turns(benchmark::State &state) {
+  constexpr int kBlocks = 40;
+  std::vector<double> ratios;
+  double wall[2] = {0, 0};
+  for (auto _ : state) {
+    ratios.clear();
+    wall[0] = wall[1] = 0;
+    Clock::time_point start;
+    double block[2];
+    int kind = 0;
+    std::barrier sync(2);
+    auto body = [&](bool timer) {
+      for (int b = 0; b < 2 * kBlocks; ++b) {
+        if (timer) {
+          kind = (b & 1) ^ ((b >> 1) & 1);  // peer, library, library, peer, ...
+          start = Clock::now();
+        }
+        sync.arrive_and_wait();
+        for (int i = 0; i < kBlock; ++i) kind ? library_once() : native_once();
+        sync.arrive_and_wait();
+        if (timer) {
+          block[kind] = seconds(Clock::now() - start);
+          wall[kind] += block[kind];
+          if (b & 1) ratios.push_back(block[0] / block[1]);
+        }
+      }
+    };
+    std::thread other(body, false);
+    body(true);
+    other.join();
+  }
+  g_threads = median(ratios);
+  std::sort(ratios.begin(), ratios.end());
+  g_threads_lo = ratios.empty() ? 0 : ratios[ratios.size() / 4];
+  g_threads_hi = ratios.empty() ? 0 : ratios[ratios.size() * 3 / 4];
+  const double calls = 2.0 * kBlocks * kBlock * 2;  // per kind, both threads
+  state.counters["throughput_ratio"] = g_threads;
+  state.counters["spawns/s"] = wall[1] > 0 ? calls / wall[1] : 0;
+  state.counters["peer_spawns/s"] = wall[0] > 0 ? calls / wall[0] : 0;
 }
 
 // ------------------------------------------------------------ a large parent
@@ -248,6 +357,7 @@ void BM_spawn_2threads(benchmark::State &state) {
 
 BENCHMARK(BM_posix_spawn)->UseRealTime();
 BENCHMARK(BM_spawn)->UseRealTime();
+BENCHMARK(BM_spawn_in_turns)->UseRealTime()->MinTime(4.0);
 BENCHMARK(BM_posix_spawn_big)->UseRealTime();
 BENCHMARK(BM_spawn_big)->UseRealTime();
 BENCHMARK(BM_fork_big)->UseRealTime();
@@ -259,14 +369,16 @@ BENCHMARK(BM_libc_popen)->UseRealTime();
 BENCHMARK(BM_popen)->UseRealTime();
 BENCHMARK(BM_posix_spawn_2threads)->Threads(2)->UseRealTime();
 BENCHMARK(BM_spawn_2threads)->Threads(2)->UseRealTime();
+BENCHMARK(BM_2threads_in_turns)->UseRealTime()->Iterations(2);
 
 void print_ratios(const llbench::Results &t) {
   auto ratio = [&](const char *a, const char *b) {
     const double x = llbench::time_of(t, a), y = llbench::time_of(t, b);
     return x > 0 && y > 0 ? x / y : 0.0;
   };
-  std::printf("ratio spawn+waitchild               %.2fx the time of posix_spawn+waitpid (goal <= 1.1x)\n",
-              ratio("BM_spawn/", "BM_posix_spawn/"));
+  std::printf("ratio spawn+waitchild               %.2fx the time of posix_spawn+waitpid in turns (goal <= 1.1x;"
+              " middle half of the blocks %.2f-%.2fx; separate runs %.2fx)\n",
+              g_turns, g_turns_lo, g_turns_hi, ratio("BM_spawn/", "BM_posix_spawn/"));
   std::printf("ratio spawn+waitchild, 1 GiB heap   %.2fx the time of posix_spawn+waitpid (goal <= 1.15x; fork: %.1fx)\n",
               ratio("BM_spawn_big", "BM_posix_spawn_big"), ratio("BM_fork_big", "BM_posix_spawn_big"));
   std::printf("ratio spawn+waitchild, 10000 fds    %.2fx the time of posix_spawn+closefrom (goal <= 1.15x)\n",
@@ -275,8 +387,9 @@ void print_ratios(const llbench::Results &t) {
               ratio("BM_waitchild_any_of_500", "BM_waitpid_any_of_500"));
   std::printf("ratio popen+read+pclose             %.2fx the time of the C library's (goal <= 1.1x)\n",
               ratio("BM_popen", "BM_libc_popen"));
-  std::printf("ratio two threads spawning          %.2fx the throughput of posix_spawn (goal >= 0.8x)\n",
-              ratio("BM_posix_spawn_2threads", "BM_spawn_2threads"));
+  std::printf("ratio two threads spawning          %.2fx the throughput of posix_spawn in turns (goal >= 0.8x;"
+              " middle half of the blocks %.2f-%.2fx; separate runs %.2fx)\n",
+              g_threads, g_threads_lo, g_threads_hi, ratio("BM_posix_spawn_2threads", "BM_spawn_2threads"));
 }
 
 }  // namespace

@@ -338,6 +338,35 @@ TEST(SpawnPosix, ExecFailureCarriesTheChildsErrno) {
   EXPECT_EQ(waitchild(-1, nullptr, 0), -1);  // nothing recorded, nothing left
 }
 
+// The whole environment, one string a line.
+LLTEST_CHILD(environ) {
+  for (char **e = environ; *e; ++e) std::printf("%s\n", *e);
+  return 0;
+}
+
+// Each name reaches the child once: the first given string of a name, then
+// ours for the names not given (a longer name that starts with a given one
+// is another variable).
+TEST(SpawnPosix, EnvironmentHoldsEachNameOnce) {
+  lltest::ScopedEnv shadowed("LLT_NAME", "parent"), longer("LLT_NAME_LONGER", "kept"), plain("LLT_OTHER", "o");
+  std::string first = "LLT_NAME=first", second = "LLT_NAME=second", mast = "BSW_MAST=given";
+  std::vector<char *> env = {first.data(), second.data(), mast.data(), nullptr};
+  ChildRun r = run(child_argv("environ", {}), "", env.data());
+  ASSERT_EQ(r.status, 0);
+  auto count = [&](const std::string &prefix) {
+    int n = 0;
+    for (size_t at = 0; (at = r.out.find("\n" + prefix, at)) != std::string::npos; ++at) ++n;
+    return n;
+  };
+  r.out.insert(0, "\n");
+  EXPECT_EQ(count("LLT_NAME="), 1) << r.out;
+  EXPECT_EQ(count("LLT_NAME=first\n"), 1);
+  EXPECT_EQ(count("LLT_NAME_LONGER=kept\n"), 1);
+  EXPECT_EQ(count("LLT_OTHER=o\n"), 1);
+  EXPECT_EQ(count("BSW_MAST="), 1);  // the program's own name comes first and wins
+  EXPECT_EQ(count("BSW_MAST=" + std::string(getMyname()) + "\n"), 1);
+}
+
 LLTEST_CHILD(ignore_sigchld) {
   signal(SIGCHLD, SIG_IGN);
   auto a = child_argv("exit", {"0"});
