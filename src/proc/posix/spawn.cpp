@@ -3,7 +3,8 @@
 // The child is made with clone(CLONE_VM | CLONE_VFORK | CLONE_PIDFD): it runs
 // on a stack of ours in our memory until it calls exec, while this thread
 // waits, so nothing of a large parent is copied. Between the clone and the
-// exec the child makes raw system calls only: it sets up descriptors 0-2,
+// exec the child makes raw system calls only: it opens the null device as
+// input when none is given, sets up descriptors 0-2,
 // clears close-on-exec on the descriptors of the inherited set, closes every
 // other descriptor with close_range, resets the signal dispositions and the
 // signal mask, and execs. A failure on that way is stored as an errno in the
@@ -58,6 +59,7 @@ struct ChildArgs {
   char *const *argv;
   char *const *envp;
   int std_src[3];          // sources for 0, 1, 2; -1 keeps the caller's
+  bool null_input;         // 0 is the null device, opened by the child
   const int *keep;         // set members above 2, sorted, unique
   size_t nkeep;
   const int *skip;         // descriptors close_range leaves open, sorted
@@ -114,6 +116,13 @@ LL_CHILD_CODE int child_main(void *p) {
   // own target) is first moved above 2, so that no target overwrites a
   // source still to be used.
   int src[3] = {a->std_src[0], a->std_src[1], a->std_src[2]};
+  if (a->null_input) {
+    // Opened close-on-exec: a copy left at 1 or 2 (where the caller has
+    // none) goes at exec, and the one made 0 loses the flag below.
+    const long n = sys(SYS_openat, AT_FDCWD, reinterpret_cast<long>("/dev/null"), O_RDONLY | O_CLOEXEC);
+    if (n < 0) child_fail(a, errno);
+    src[0] = static_cast<int>(n);
+  }
   for (int i = 0; i < 3; ++i) {
     const int s = src[i];
     if (s >= 0 && s < 3 && s != i) {
@@ -260,33 +269,25 @@ int create(const SpawnReq &req, Child &node) noexcept {
     a.keep = a.skip = keep.data();
     a.nkeep = a.nskip = keep.size();
 
-    // Closes what this call opened, keeping errno.
-    int nullfd = -1;
-    struct Opened {
-      int *fds[3];
-      ~Opened() {
-        const int saved = errno;
-        for (int *p : fds)
-          if (p && *p >= 0) close(*p);
-        errno = saved;
-      }
-    };
-#if defined(LL_CHILD_BY_FORK)
-    int ep[2] = {-1, -1};
-    Opened opened{{&nullfd, &ep[0], &ep[1]}};
-    std::vector<int> skip;
-#else
-    Opened opened{{&nullfd, nullptr, nullptr}};
-#endif
-
+    // No input given: the null device, never the caller's own input.
     if (a.std_src[0] == -1) {
-      // No input given: the null device, never the caller's own input.
-      nullfd = LL_FAULT(open) ? -1 : open("/dev/null", O_RDONLY | O_CLOEXEC);
-      if (nullfd < 0) return -1;
-      a.std_src[0] = nullfd;
+      if (LL_FAULT(open)) return -1;
+      a.null_input = true;
     }
 
 #if defined(LL_CHILD_BY_FORK)
+    // Closes the error pipe, keeping errno.
+    int ep[2] = {-1, -1};
+    struct Opened {
+      int *fds[2];
+      ~Opened() {
+        const int saved = errno;
+        for (int *p : fds)
+          if (*p >= 0) close(*p);
+        errno = saved;
+      }
+    } opened{{&ep[0], &ep[1]}};
+    std::vector<int> skip;
     if (LL_FAULT(open) || pipe2(ep, O_CLOEXEC) != 0) return -1;
     skip = keep;
     skip.insert(std::upper_bound(skip.begin(), skip.end(), ep[1]), ep[1]);
