@@ -5,10 +5,11 @@
 // read + pclose, and two threads spawning at once. Prints "ratio" lines with
 // the goal of each.
 //
-// The plain spawn and the two-thread ratios come from runs in turns: blocks
-// of the peer's and the library's calls alternate, so that whatever else a
-// shared machine does falls on both alike, and the ratio is the median of the
-// blocks' ratios. The separate runs stay in the table for reference.
+// The spawn ratios (plain, large parent, many descriptors, two threads) come
+// from runs in turns: blocks of the peer's and the library's calls
+// alternate, so that whatever else a shared machine does falls on both
+// alike, and the ratio is the median of the blocks' ratios. The separate
+// runs stay in the table for reference.
 #include <stdio.h>
 
 #include "ratio_main.h"
@@ -82,50 +83,54 @@ double thread_cpu() {
   return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
 }
 
-double median(std::vector<double> v) {
-  if (v.empty()) return 0;
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
-
 constexpr int kBlock = 10;  // calls of one kind in a row
 
-double g_turns = 0, g_turns_lo = 0, g_turns_hi = 0, g_threads = 0, g_threads_lo = 0, g_threads_hi = 0;
+// A ratio from runs in turns: the median of the blocks' ratios, and the
+// middle half of them.
+struct Turns {
+  double median = 0, lo = 0, hi = 0;
+  void set(std::vector<double> r) {
+    if (r.empty()) return;
+    std::sort(r.begin(), r.end());
+    median = r[r.size() / 2];
+    lo = r[r.size() / 4];
+    hi = r[r.size() * 3 / 4];
+  }
+};
+Turns g_plain, g_big, g_manyfds, g_threads;
 
-// One iteration: a block of posix_spawn + waitpid, then a block of spawn +
-// waitchild (the order swapped every other iteration).
-void BM_spawn_in_turns(benchmark::State &state) {
+// One iteration: a block of the peer's calls, then a block of the library's
+// (the order swapped every other iteration). The library's time over the
+// peer's.
+template <class Peer, class Lib>
+void in_turns(benchmark::State &state, Turns &out, Peer peer, Lib lib) {
   std::vector<double> ratios;
-  double peer_wall = 0, lib_wall = 0, peer_cpu = 0, lib_cpu = 0;
+  double wall[2] = {0, 0}, cpu[2] = {0, 0};
   bool lib_first = false;
   for (auto _ : state) {
-    double wall[2], cpu[2];
+    double block[2];
     for (int step = 0; step < 2; ++step) {
       const int kind = step ^ (lib_first ? 1 : 0);  // 0 the peer, 1 the library
       const auto t0 = Clock::now();
       const double c0 = thread_cpu();
-      for (int i = 0; i < kBlock; ++i) kind ? library_once() : native_once();
-      cpu[kind] = thread_cpu() - c0;
-      wall[kind] = seconds(Clock::now() - t0);
+      for (int i = 0; i < kBlock; ++i) kind ? lib() : peer();
+      cpu[kind] += thread_cpu() - c0;
+      block[kind] = seconds(Clock::now() - t0);
+      wall[kind] += block[kind];
     }
     lib_first = !lib_first;
-    ratios.push_back(wall[1] / wall[0]);
-    peer_wall += wall[0];
-    lib_wall += wall[1];
-    peer_cpu += cpu[0];
-    lib_cpu += cpu[1];
+    ratios.push_back(block[1] / block[0]);
   }
-  g_turns = median(ratios);
-  std::sort(ratios.begin(), ratios.end());
-  g_turns_lo = ratios.empty() ? 0 : ratios[ratios.size() / 4];
-  g_turns_hi = ratios.empty() ? 0 : ratios[ratios.size() * 3 / 4];
+  out.set(ratios);
   const double calls = static_cast<double>(state.iterations()) * kBlock;
-  state.counters["spawn/posix_spawn"] = g_turns;
-  state.counters["wall_us"] = lib_wall / calls * 1e6;
-  state.counters["peer_wall_us"] = peer_wall / calls * 1e6;
-  state.counters["cpu_us"] = lib_cpu / calls * 1e6;
-  state.counters["peer_cpu_us"] = peer_cpu / calls * 1e6;
+  state.counters["ratio"] = out.median;
+  state.counters["wall_us"] = wall[1] / calls * 1e6;
+  state.counters["peer_wall_us"] = wall[0] / calls * 1e6;
+  state.counters["cpu_us"] = cpu[1] / calls * 1e6;
+  state.counters["peer_cpu_us"] = cpu[0] / calls * 1e6;
 }
+
+void BM_spawn_in_turns(benchmark::State &state) { in_turns(state, g_plain, native_once, library_once); }
 
 // Two threads spawn at once; the pair's blocks alternate between the peer and
 // the library, each block's time the wall time from its start to the moment
@@ -135,8 +140,6 @@ void BM_2threads_in_turns(benchmark::State &state) {
   std::vector<double> ratios;
   double wall[2] = {0, 0};
   for (auto _ : state) {
-    ratios.clear();
-    wall[0] = wall[1] = 0;
     Clock::time_point start;
     double block[2];
     int kind = 0;
@@ -161,12 +164,9 @@ void BM_2threads_in_turns(benchmark::State &state) {
     body(true);
     other.join();
   }
-  g_threads = median(ratios);
-  std::sort(ratios.begin(), ratios.end());
-  g_threads_lo = ratios.empty() ? 0 : ratios[ratios.size() / 4];
-  g_threads_hi = ratios.empty() ? 0 : ratios[ratios.size() * 3 / 4];
-  const double calls = 2.0 * kBlocks * kBlock * 2;  // per kind, both threads
-  state.counters["throughput_ratio"] = g_threads;
+  g_threads.set(ratios);
+  const double calls = static_cast<double>(state.iterations()) * kBlocks * kBlock * 2;  // of a kind, both threads
+  state.counters["ratio"] = g_threads.median;
   state.counters["spawns/s"] = wall[1] > 0 ? calls / wall[1] : 0;
   state.counters["peer_spawns/s"] = wall[0] > 0 ? calls / wall[0] : 0;
 }
@@ -207,6 +207,11 @@ void BM_spawn_big(benchmark::State &state) {
   BigHeap h;
   if (!h.n) state.SkipWithError("not enough free memory for 1 GiB");
   for (auto _ : state) library_once();
+}
+void BM_big_in_turns(benchmark::State &state) {
+  BigHeap h;
+  if (!h.n) state.SkipWithError("not enough free memory for 1 GiB");
+  in_turns(state, g_big, native_once, library_once);
 }
 void BM_fork_big(benchmark::State &state) {
   BigHeap h;
@@ -264,6 +269,20 @@ void BM_spawn_manyfds(benchmark::State &state) {
   ManyFds m;
   for (auto _ : state) library_once();
   state.counters["fds"] = static_cast<double>(m.fds.size());
+}
+void BM_manyfds_in_turns(benchmark::State &state) {
+  ManyFds m;
+  posix_spawn_file_actions_t fa;
+  posix_spawn_file_actions_init(&fa);
+  posix_spawn_file_actions_addclosefrom_np(&fa, 3);
+  auto peer = [&fa] {
+    pid_t pid;
+    if (posix_spawn(&pid, g_child.c_str(), &fa, nullptr, child_argv(), environ) != 0) std::abort();
+    int st;
+    waitpid(pid, &st, 0);
+  };
+  in_turns(state, g_manyfds, peer, library_once);
+  posix_spawn_file_actions_destroy(&fa);
 }
 
 // ---------------------------------------- one ended child among 500 running
@@ -360,9 +379,11 @@ BENCHMARK(BM_spawn)->UseRealTime();
 BENCHMARK(BM_spawn_in_turns)->UseRealTime()->MinTime(4.0);
 BENCHMARK(BM_posix_spawn_big)->UseRealTime();
 BENCHMARK(BM_spawn_big)->UseRealTime();
+BENCHMARK(BM_big_in_turns)->UseRealTime()->MinTime(3.0);
 BENCHMARK(BM_fork_big)->UseRealTime();
 BENCHMARK(BM_posix_spawn_closefrom)->UseRealTime();
 BENCHMARK(BM_spawn_manyfds)->UseRealTime();
+BENCHMARK(BM_manyfds_in_turns)->UseRealTime()->MinTime(3.0);
 BENCHMARK(BM_waitpid_any_of_500)->UseManualTime()->Iterations(300);
 BENCHMARK(BM_waitchild_any_of_500)->UseManualTime()->Iterations(300);
 BENCHMARK(BM_libc_popen)->UseRealTime();
@@ -376,20 +397,24 @@ void print_ratios(const llbench::Results &t) {
     const double x = llbench::time_of(t, a), y = llbench::time_of(t, b);
     return x > 0 && y > 0 ? x / y : 0.0;
   };
-  std::printf("ratio spawn+waitchild               %.2fx the time of posix_spawn+waitpid in turns (goal <= 1.1x;"
-              " middle half of the blocks %.2f-%.2fx; separate runs %.2fx)\n",
-              g_turns, g_turns_lo, g_turns_hi, ratio("BM_spawn/", "BM_posix_spawn/"));
-  std::printf("ratio spawn+waitchild, 1 GiB heap   %.2fx the time of posix_spawn+waitpid (goal <= 1.15x; fork: %.1fx)\n",
-              ratio("BM_spawn_big", "BM_posix_spawn_big"), ratio("BM_fork_big", "BM_posix_spawn_big"));
-  std::printf("ratio spawn+waitchild, 10000 fds    %.2fx the time of posix_spawn+closefrom (goal <= 1.15x)\n",
-              ratio("BM_spawn_manyfds", "BM_posix_spawn_closefrom"));
-  std::printf("ratio waitchild(-1) among 500       %.2fx the time of waitpid(-1) (goal <= 2x)\n",
+  auto line = [](const char *what, const Turns &r, const char *peer, const char *goal, double separate) {
+    std::printf("ratio %-30s %.2fx the %s in turns (goal %s; middle half of the blocks %.2f-%.2fx;"
+                " separate runs %.2fx)\n",
+                what, r.median, peer, goal, r.lo, r.hi, separate);
+  };
+  line("spawn+waitchild", g_plain, "time of posix_spawn+waitpid", "<= 1.1x", ratio("BM_spawn/", "BM_posix_spawn/"));
+  line("spawn+waitchild, 1 GiB heap", g_big, "time of posix_spawn+waitpid", "<= 1.15x",
+       ratio("BM_spawn_big", "BM_posix_spawn_big"));
+  std::printf("ratio %-30s %.1fx the time of posix_spawn+waitpid\n", "fork+exec, 1 GiB heap",
+              ratio("BM_fork_big", "BM_posix_spawn_big"));
+  line("spawn+waitchild, 10000 fds", g_manyfds, "time of posix_spawn+closefrom", "<= 1.15x",
+       ratio("BM_spawn_manyfds", "BM_posix_spawn_closefrom"));
+  std::printf("ratio %-30s %.2fx the time of waitpid(-1) (goal <= 2x)\n", "waitchild(-1) among 500",
               ratio("BM_waitchild_any_of_500", "BM_waitpid_any_of_500"));
-  std::printf("ratio popen+read+pclose             %.2fx the time of the C library's (goal <= 1.1x)\n",
+  std::printf("ratio %-30s %.2fx the time of the C library's (goal <= 1.1x)\n", "popen+read+pclose",
               ratio("BM_popen", "BM_libc_popen"));
-  std::printf("ratio two threads spawning          %.2fx the throughput of posix_spawn in turns (goal >= 0.8x;"
-              " middle half of the blocks %.2f-%.2fx; separate runs %.2fx)\n",
-              g_threads, g_threads_lo, g_threads_hi, ratio("BM_posix_spawn_2threads", "BM_spawn_2threads"));
+  line("two threads spawning", g_threads, "throughput of posix_spawn", ">= 0.8x",
+       ratio("BM_posix_spawn_2threads", "BM_spawn_2threads"));
 }
 
 }  // namespace
