@@ -40,6 +40,9 @@ cmake --preset linux-tsan -DLL_TOOLS=OFF >/dev/null
 cmake --build --preset linux-tsan -j "$jobs" --target test_proc test_frame test_net test_cluster
 TSAN_OPTIONS=halt_on_error=1 ctest --preset linux-tsan -j "$jobs" -L 'proc|frame|net|cluster'
 
+step "stress: the short run (threads under TSan, children, shared memory)"
+bash scripts/stress.sh --short
+
 step "windows: build"
 cmake --preset windows >/dev/null
 cmake --build --preset windows -j "$jobs"
