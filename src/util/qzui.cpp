@@ -30,27 +30,39 @@ uint32_t host(uint32_t v) noexcept { return be(v); }  // the same swap both ways
 uint32_t word(const qzui *id, int i) noexcept { return host(id->w[i]); }
 
 // The counter: the first identifier of a process carries 1. Its 16 bits give
-// 65536 values per second of creation time, so the stamp of each identifier
-// is taken under a lock that also counts the identifiers of that second: the
-// one after the 65536th waits for the next second instead of repeating a
-// value.
-std::mutex g_stamp_mu;
-uint32_t g_counter = 0;
-qz_time64_t g_stamp_second{};
-uint32_t g_stamp_used = 0;
+// 65536 values per second of creation time, so the stamp and the counter are
+// taken together from one word that also counts the identifiers of that
+// second: the one after the 65536th waits for the next second instead of
+// repeating a value. The word holds the low 32 bits of the second, the last
+// counter given and how many of that second came before the last one.
+std::atomic<uint64_t> g_stamp{0};
+
+constexpr uint64_t pack(uint32_t second, uint32_t counter, uint32_t before) noexcept {
+  return uint64_t{second} << 32 | uint64_t{counter & 0xFFFF} << 16 | (before & 0xFFFF);
+}
 
 void next_stamp(qz_time64_t *t, uint32_t *count) noexcept {
   for (;;) {
-    {
-      std::lock_guard<std::mutex> lock(g_stamp_mu);
-      *t = qz_time(nullptr);
-      if (t->low != g_stamp_second.low || t->high != g_stamp_second.high) {
-        g_stamp_second = *t;
-        g_stamp_used = 0;
+    *t = qz_time(nullptr);
+    uint64_t old = g_stamp.load(std::memory_order_relaxed);
+    for (;;) {
+      const uint32_t counter = static_cast<uint32_t>(old >> 16 & 0xFFFF) + 1;
+      const uint32_t second = static_cast<uint32_t>(old >> 32);
+      // Another thread read the clock later and has moved on: this one's
+      // reading is stale, so it takes that second (a step of the clock
+      // backwards further than that starts afresh).
+      const int32_t ahead = static_cast<int32_t>(second - t->low);
+      if (old != 0 && ahead > 0 && ahead <= 2) t->low = second;
+      uint64_t next;
+      if (second != t->low || old == 0) {
+        next = pack(t->low, counter, 0);  // the first of a new second
+      } else if ((old & 0xFFFF) == 0xFFFF) {
+        break;  // 65536 made this second already
+      } else {
+        next = pack(t->low, counter, static_cast<uint32_t>(old & 0xFFFF) + 1);
       }
-      if (g_stamp_used < 0x10000) {
-        ++g_stamp_used;
-        *count = ++g_counter & 0xFFFF;
+      if (g_stamp.compare_exchange_weak(old, next, std::memory_order_relaxed)) {
+        *count = counter & 0xFFFF;
         return;
       }
     }
