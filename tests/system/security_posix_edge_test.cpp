@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <string>
 
 #include <liblocal.h>
@@ -48,6 +49,58 @@ TEST(SecurityPosixEdge, GroupAndForeignIdentifiersInADacl) {
     EXPECT_EQ(qz_sd_access(sd, c.who.b, &access), 1);
     EXPECT_EQ(access, c.want);
   }
+}
+
+TEST(SecurityPosixEdge, MalformedArgumentsAreRefusedWithEinval) {
+  const Sid me("S-1-22-1-0");
+  unsigned char bad[QZ_SID_MAX] = {9, 1};  // revision 9: not an identifier
+  unsigned char sd[QZ_SD_SIZE], sid[QZ_SID_MAX];
+  char text[128];
+  uint32_t access;
+  ASSERT_GT(qz_sd_init(sd, sizeof sd), 0);
+  const std::string long_host(QZ_ACCOUNT_NAME_MAX + 1, 'h');
+  struct Case {
+    const char *what;
+    std::function<int()> call;
+    int err;
+  } cases[] = {
+      {"sid_to_text out", [&] { return qz_sid_to_text(me.b, nullptr, 10); }, EINVAL},
+      {"sid_to_text bad", [&] { return qz_sid_to_text(bad, text, sizeof text); }, EINVAL},
+      {"sid_from_text null", [&] { return qz_sid_from_text(nullptr, sid, sizeof sid); }, EINVAL},
+      {"sid_from_text S-2", [&] { return qz_sid_from_text("S-2-5-32", sid, sizeof sid); }, EINVAL},
+      {"sid_from_text tail", [&] { return qz_sid_from_text("S-1-5-32x", sid, sizeof sid); }, EINVAL},
+      {"sid_from_text 16 subs", [&] { return qz_sid_from_text("S-1-5-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15-16", sid, sizeof sid); }, EINVAL},
+      {"get_my_sid", [&] { return get_my_sid(nullptr, 8); }, EINVAL},
+      {"get_user_sid sid", [&] { return get_user_sid("root", nullptr, nullptr, 8); }, EINVAL},
+      {"get_user_sid host", [&] { return get_user_sid("root", long_host.c_str(), sid, sizeof sid); }, ENAMETOOLONG},
+      {"get_user_sid other host", [&] { return get_user_sid("root", "elsewhere", sid, sizeof sid); }, EINVAL},
+      {"sd_init", [&] { return qz_sd_init(nullptr, 8); }, EINVAL},
+      {"sd_access out", [&] { return qz_sd_access(sd, me.b, nullptr); }, EINVAL},
+      {"sd_access sid", [&] { return qz_sd_access(sd, bad, &access); }, EINVAL},
+      {"insert bad sid", [&] { return insert_sid_to_sd(sd, sizeof sd, bad, QZ_ACCESS_READ); }, EINVAL},
+      {"set_file_sd empty", [&] { return qz_set_file_sd("", sd); }, EINVAL},
+      {"set_file_sd sd", [&] { return qz_set_file_sd("/tmp", nullptr); }, EINVAL},
+      {"get_file_sd null", [&] { return qz_get_file_sd(nullptr, sd, sizeof sd); }, EINVAL},
+      {"get_file_sd sd", [&] { return qz_get_file_sd("/tmp", nullptr, 8); }, EINVAL},
+      {"object_dacl empty", [&] { return change_object_dacl("", me.b, QZ_ACCESS_READ); }, EINVAL},
+      {"object_dacl sid", [&] { return change_object_dacl("x", bad, QZ_ACCESS_READ); }, EINVAL},
+      {"handle_dacl sid", [&] { return qz_change_handle_dacl(0, nullptr, QZ_ACCESS_READ); }, EINVAL},
+      {"username", [&] { return qz_get_username(nullptr, 8); }, EINVAL},
+      {"adminname", [&] { return qz_get_adminname(nullptr, 8); }, EINVAL},
+      {"dcname out", [&] { return qz_get_dcname(nullptr, text, 0); }, EINVAL},
+      {"dcname control", [&] { return qz_get_dcname("do\tmain", text, sizeof text); }, EINVAL},
+  };
+  for (auto &c : cases) {
+    errno = 0;
+    EXPECT_EQ(c.call(), -1) << c.what;
+    EXPECT_EQ(errno, c.err) << c.what;
+  }
+  EXPECT_EQ(qz_sid_equal(me.b, nullptr), 0);
+  EXPECT_EQ(qz_sid_equal(me.b, bad), 0);
+  // An authority beyond 32 bits is written and read in hexadecimal.
+  ASSERT_GT(qz_sid_from_text("s-1-0x123456789ABC-7", sid, sizeof sid), 0);
+  ASSERT_GT(qz_sid_to_text(sid, text, sizeof text), 0);
+  EXPECT_STREQ(text, "S-1-0x123456789ABC-7");
 }
 
 TEST(SecurityPosixEdge, ANewOwnerDropsTheSetIdBits) {
