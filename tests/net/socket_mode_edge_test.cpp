@@ -17,6 +17,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <thread>
+#include <vector>
 
 #include <liblocal.h>
 
@@ -111,32 +112,43 @@ TEST(SocketModeEdge, LookupsAndOneBufferGatheredReads) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(SocketModeEdge, AForkedChildWaitsWithItsOwnWaker) {
-  // A cancellation and a blocking wait in this process first, so that the
-  // fork finds a waker of this process's.
+// In a fresh process: a blocking wait, then a fork. The parent cancels its
+// own waits while the child waits; the child's wait must end only by its
+// connection. argv: "cancel-first" to cancel once before the fork.
+LLTEST_CHILD(fork_after_wait) {
   Listener l;
-  qz_socancel();
+  if (argc > 0) qz_socancel();
   l.knock();
   qz_socket_t s = qzaccept(l.s, nullptr, nullptr);
-  ASSERT_GE(s, 0);
+  if (s < 0) return 2;
   qzsoclose(s);
   std::fflush(nullptr);
   const pid_t pid = fork();
-  ASSERT_GE(pid, 0);
+  if (pid < 0) return 3;
   if (pid == 0) {
-    // The child's blocking accept is ended by a connection, and a
-    // cancellation in the child ends only the child's waits.
     std::thread w([&] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
       l.knock();
     });
     const qz_socket_t r = qzaccept(l.s, nullptr, nullptr);
+    const int e = errno;
     w.join();
+    if (r < 0) std::printf("child's accept: errno %d\n", e);
+    std::fflush(stdout);
     std::exit(r >= 0 ? 0 : 1);
   }
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  qz_socancel();
   int status = -1;
-  ASSERT_EQ(waitpid(pid, &status, 0), pid);
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  if (waitpid(pid, &status, 0) != pid) return 4;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 5;
+}
+
+TEST(SocketModeEdge, AForkedChildWaitsWithItsOwnWaker) {
+  for (const std::vector<std::string> &args : {std::vector<std::string>{}, std::vector<std::string>{"cancel-first"}}) {
+    auto r = lltest::run_child("fork_after_wait", args);
+    EXPECT_EQ(r.exit_code, 0) << args.size() << " " << r.out << r.err;
+  }
 }
 
 }  // namespace
