@@ -59,6 +59,8 @@ if [ $run = 1 ]; then
 fi
 
 mkdir -p "$out"
+# gcov writes its intermediate files into the current folder: not the tree.
+cd "$out"
 # Branches that only the exception machinery takes (a throw's unwinding
 # edges) and those the compiler proves unreachable are left out: no test can
 # take them and they would only blur the figure.
