@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #ifndef _WIN32
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <functional>
+#include <cctype>
+#include <cstring>
 #include <string>
 
 #include <liblocal.h>
@@ -127,6 +130,68 @@ TEST(SecurityPosixEdge, ANewOwnerDropsTheSetIdBits) {
   ASSERT_EQ(qz_set_file_sd(path.c_str(), sd), 0);
   ASSERT_EQ(stat(path.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 04740u);
+}
+
+TEST(SecurityPosixEdge, AccountNamesAndDescriptors) {
+  char host[256] = "";
+  ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
+  if (char *dot = std::strchr(host, '.')) *dot = 0;
+  std::string upper = host;
+  for (char &ch : upper) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+  const Sid root("S-1-22-1-0");
+  unsigned char sid[QZ_SID_MAX];
+  // This host's name in any case, ".", or "localhost" find the local
+  // account; another host's name does not.
+  struct Case {
+    std::string user;
+    const char *system;
+    bool found;
+  } cases[] = {
+      {upper + "\\root", nullptr, true}, {".\\root", nullptr, true},
+      {"root", "localhost", true},        {"root", upper.c_str(), true},
+      {"elsewhere\\root", nullptr, false},
+  };
+  for (const auto &c : cases) {
+    errno = 0;
+    const int n = get_user_sid(c.user.c_str(), c.system, sid, sizeof sid);
+    EXPECT_EQ(n > 0, c.found) << c.user;
+    if (c.found) {
+      EXPECT_EQ(qz_sid_equal(sid, root.b), 1) << c.user;
+    } else {
+      EXPECT_EQ(errno, ENOENT) << c.user;
+    }
+  }
+
+  // Through a descriptor: a group granted read becomes the file's group;
+  // a bad descriptor, a foreign identifier and a mask without generic
+  // rights are refused.
+  lltest::TempDir dir;
+  dir.write("f", "x");
+  const int fd = open(dir.file("f").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(fchmod(fd, 0600), 0);
+  const Sid group("S-1-22-2-65534"), odd("S-1-22-3-5");
+  EXPECT_EQ(qz_change_handle_dacl(fd, group.b, QZ_ACCESS_READ), 0);
+  struct stat st;
+  ASSERT_EQ(fstat(fd, &st), 0);
+  EXPECT_EQ(st.st_gid, 65534u);
+  EXPECT_EQ(st.st_mode & 0777, 0640u);
+  struct {
+    intptr_t obj;
+    const unsigned char *who;
+    uint32_t access;
+    int err;
+  } bad[] = {
+      {-1, group.b, QZ_ACCESS_READ, EBADF},
+      {fd, odd.b, QZ_ACCESS_READ, EINVAL},
+      {fd, group.b, 0x0001F, EINVAL},
+  };
+  for (const auto &b : bad) {
+    errno = 0;
+    EXPECT_EQ(qz_change_handle_dacl(b.obj, b.who, b.access), -1);
+    EXPECT_EQ(errno, b.err);
+  }
+  close(fd);
 }
 
 }  // namespace
