@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
 # Installs what building and testing liblocal needs on Debian 12, when it is
 # missing. Needs root for apt-get; does nothing when everything is present.
-#   install-deps.sh [--windows] [--bench]
+#   install-deps.sh [--windows] [--bench] [--coverage]
 set -euo pipefail
-want_windows=0 want_bench=0
+want_windows=0 want_bench=0 want_coverage=0
 for a in "$@"; do
-  case $a in --windows) want_windows=1 ;; --bench) want_bench=1 ;; esac
+  case $a in --windows) want_windows=1 ;; --bench) want_bench=1 ;; --coverage) want_coverage=1 ;; esac
 done
 
 pkgs=(cmake ninja-build g++ gcc clang libgtest-dev googletest libgmock-dev ccache ncompress locales coreutils perl pkg-config
       dpkg-dev unzip abigail-tools)
 [ $want_windows = 1 ] && pkgs+=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64 wine64 procps util-linux)
 [ $want_bench = 1 ] && pkgs+=(libbenchmark-dev liblz4-dev zlib1g-dev libssl-dev lz4 gzip libclang-rt-14-dev)
+[ $want_coverage = 1 ] && pkgs+=(gcovr)
 
 missing=()
 for p in "${pkgs[@]}"; do

@@ -62,8 +62,31 @@ struct Waker {
 std::mutex g_wake_mu;
 Waker *g_waker = nullptr;
 
+// A fork child starts with no waker of its own: the parent's stays the
+// parent's, so a cancel in either process never wakes the other's waits. The
+// child's copy of the parent's descriptor is closed (no thread of the child
+// can be waiting on it).
+void fork_prepare() { g_wake_mu.lock(); }
+void fork_parent() { g_wake_mu.unlock(); }
+void fork_child() {
+  if (g_waker) {
+    if (g_waker->fd >= 0) ::close(g_waker->fd);
+    delete g_waker;
+    g_waker = nullptr;
+  }
+  g_wake_mu.unlock();
+}
+
+// Installed before the first waker exists, so that no fork can copy one
+// unseen.
+void watch_forks() noexcept {
+  static std::once_flag once;
+  std::call_once(once, [] { pthread_atfork(fork_prepare, fork_parent, fork_child); });
+}
+
 // The waker of the current generation, held until release().
 Waker *acquire() noexcept {
+  watch_forks();
   std::lock_guard<std::mutex> lock(g_wake_mu);
   if (!g_waker) {
     g_waker = new (std::nothrow) Waker{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK),
@@ -90,13 +113,6 @@ struct Held {
   int fd() const { return w ? w->fd : -1; }
 };
 
-// A fork child starts with no waker of its own (the parent's stays the parent's).
-void fork_prepare() { g_wake_mu.lock(); }
-void fork_parent() { g_wake_mu.unlock(); }
-void fork_child() {
-  g_wake_mu.unlock();
-  g_waker = nullptr;
-}
 
 // Polls fds (the last one the waker's) until one is ready. 1 ready, 0 timed
 // out, -1 with errno (EINTR when cancelled or interrupted).
@@ -185,8 +201,6 @@ namespace os {
 void load() noexcept {}
 
 void cancel() noexcept {
-  static std::once_flag once;
-  std::call_once(once, [] { pthread_atfork(fork_prepare, fork_parent, fork_child); });
   Waker *w;
   {
     std::lock_guard<std::mutex> lock(g_wake_mu);
