@@ -73,7 +73,7 @@ ctest --preset windows -j "$jobs" || rc=$?
 
 step "windows32: build only (the library and the tool)"
 cmake --preset windows32 >/dev/null
-cmake --build --preset windows32 -j "$jobs" --target liblocal llocal
+cmake --build --preset windows32 -j "$jobs" --target liblocal llocal ll_catalog_en_US
 (cd build/windows32 && cpack >/dev/null)
 
 step "all tests passed"
