@@ -71,7 +71,7 @@ ctest --preset windows -j "$jobs" || rc=$?
 "$WINESERVER" -k 2>/dev/null || true
 [ $rc = 0 ] || exit $rc
 
-step "windows32: build only (the library and the tool)"
+step "windows32: build only (the library, the tool, the catalog and the zip)"
 cmake --preset windows32 >/dev/null
 cmake --build --preset windows32 -j "$jobs" --target liblocal llocal ll_catalog_en_US
 (cd build/windows32 && cpack >/dev/null)
