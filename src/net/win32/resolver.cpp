@@ -30,12 +30,7 @@ hostent *keep(hostent *h) noexcept {
     errno = socket_errno(WSAGetLastError());
     return nullptr;
   }
-  try {
-    return area().copy.fill(h);
-  } catch (...) {
-    errno = 135;
-    return nullptr;
-  }
+  return area().copy.keep(h);
 }
 
 bool g_no_iphelper = false;  // test seam: act as if the IP helper were missing
@@ -118,23 +113,7 @@ int from_registry(std::vector<uint32_t> &out) {
 
 namespace os {
 
-bool resolve_name(const char *name, Answer &out) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  try {
-    return to_answer(qzmo_gethostbyname(name), out);
-  } catch (...) {
-    return false;
-  }
-}
-
-bool resolve_addr(const std::string &addr, int type, Answer &out) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  try {
-    return to_answer(qzmo_gethostbyaddr(addr.data(), static_cast<int>(addr.size()), type), out);
-  } catch (...) {
-    return false;
-  }
-}
+bool to_answer(const hostent *h, Answer &out) { return plain_answer(h, out); }
 
 int own_addrs(std::vector<uint32_t> &out) noexcept {
   try {
@@ -179,16 +158,6 @@ LL_API struct hostent *qzgethostbyaddr(const char *addr, int len, int type) noex
     return keep(h);
   }
   return keep(::gethostbyaddr(addr, len, type));
-}
-
-LL_API struct hostent *qzmo_gethostbyname(const char *name) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  return qzgethostbyname(name);
-}
-
-LL_API struct hostent *qzmo_gethostbyaddr(const char *addr, int len, int type) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  return qzgethostbyaddr(addr, len, type);
 }
 
 LL_API void llt_hostid_no_iphelper(int on) noexcept { g_no_iphelper = on != 0; }
