@@ -52,6 +52,18 @@ std::string self_path() {
 #endif
 }
 
+int open_handles() {
+#ifdef _WIN32
+  DWORD n = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &n);
+  return static_cast<int>(n);
+#else
+  int n = 0;
+  for ([[maybe_unused]] auto &e : fs::directory_iterator("/proc/self/fd")) ++n;
+  return n;
+#endif
+}
+
 static void set_env(const char *name, const char *value) {
 #ifdef _WIN32
   std::string s = std::string(name) + "=" + (value ? value : "");

@@ -48,6 +48,9 @@ ChildResult run_child(const std::string &name, const std::vector<std::string> &a
 // Path of the running test binary.
 std::string self_path();
 
+// Open descriptors (POSIX) or handles (Windows) of this process.
+int open_handles();
+
 // A fresh temporary folder, removed with everything in it on destruction.
 class TempDir {
  public:
