@@ -149,9 +149,9 @@ TEST(Events, KillReleasesABlockingSelect) {
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
 #else
   ASSERT_TRUE(evtest::wait_for(dir.file("tid")));
-  const std::string sys = "/proc/" + std::to_string(pid) + "/task/" + evtest::slurp(dir.file("tid")) + "/syscall";
+  const std::string sys = "/proc/" + std::to_string(pid) + "/task/" + lltest::read_file(dir.file("tid")) + "/syscall";
   for (int i = 0; i < 1000; ++i) {
-    const int nr = std::atoi(evtest::slurp(sys).c_str());
+    const int nr = std::atoi(lltest::read_file(sys).c_str());
     if (nr == SYS_poll || nr == SYS_ppoll || nr == SYS_select || nr == SYS_pselect6 || nr == SYS_epoll_wait ||
         nr == SYS_epoll_pwait)
       break;

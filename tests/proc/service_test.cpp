@@ -88,12 +88,12 @@ TEST(Service, NotifyProtocolFromStartToStop) {
     // The listener's thread may still be taking the last datagram in.
     int pid = 0;
     for (int i = 0; i < 200; ++i) {
-      pid = evtest::exists(dir.file("pid")) ? std::stoi(evtest::slurp(dir.file("pid"))) : l.first_sender();
+      pid = evtest::exists(dir.file("pid")) ? std::stoi(lltest::read_file(dir.file("pid"))) : l.first_sender();
       if (l.from(pid).size() >= c.msgs.size()) break;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_EQ(l.from(pid), c.msgs) << c.mode;
-    EXPECT_EQ(evtest::slurp(dir.file("handler")), "9") << c.mode;
+    EXPECT_EQ(lltest::read_file(dir.file("handler")), "9") << c.mode;
   }
 }
 
@@ -122,7 +122,7 @@ struct FakeClient {
     llt_svc_times(0, 0, 0, 50);
   }
   ~FakeClient() { llt_svc_paths("/bin/systemctl", "/etc/systemd/system"); }
-  std::string log() const { return evtest::slurp(dir.file("log")); }
+  std::string log() const { return lltest::read_file(dir.file("log")); }
 };
 }  // namespace
 
@@ -152,7 +152,7 @@ TEST(Service, InstallAndRemoveWriteTheUnitFile) {
   std::string words[] = {"prog", "-add", "--flag", "two words", "50%\"$"};
   char *argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), words[4].data(), nullptr};
   EXPECT_EQ(SvcInstalling2(5, argv, "llsvc", "Test Display", 1), 1);
-  const std::string text = evtest::slurp(unit);
+  const std::string text = lltest::read_file(unit);
   EXPECT_NE(text.find("Description=Test Display\n"), std::string::npos) << text;
   EXPECT_NE(text.find("ExecStart=\"" + lltest::self_path() + "\" \"--flag\" \"two words\" \"50%%\\\"$$\"\n"),
             std::string::npos)
@@ -186,7 +186,7 @@ LLTEST_CHILD(svc_win) {
   std::string words;
   for (int i = 0; i < argc; ++i) words += std::string(i ? " " : "") + argv[i];
   evtest::put(std::string(g_dir) + "/args", words);
-  const bool never = evtest::slurp(std::string(g_dir) + "/mode") == "never";
+  const bool never = lltest::read_file(std::string(g_dir) + "/mode") == "never";
   qzinit("svcwin");
   if (never) llt_svc_times(1, 300, 200, 0);
   regevent(9, stop_handler);
@@ -268,14 +268,14 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
   evtest::put(dir.file("mode"), "run");
   EXPECT_EQ(start_service(kName, 60), 0);
   EXPECT_EQ(is_service_running(kName), 1);
-  EXPECT_EQ(evtest::slurp(dir.file("registered")), "1");
-  EXPECT_EQ(evtest::slurp(dir.file("args")), dir.path() + " extra");
+  EXPECT_EQ(lltest::read_file(dir.file("registered")), "1");
+  EXPECT_EQ(lltest::read_file(dir.file("args")), dir.path() + " extra");
   EXPECT_TRUE(svc.control(SERVICE_CONTROL_PAUSE));
   EXPECT_TRUE(svc.reaches(SERVICE_PAUSED));
   EXPECT_TRUE(svc.control(SERVICE_CONTROL_CONTINUE));
   EXPECT_TRUE(svc.reaches(SERVICE_RUNNING));
   EXPECT_EQ(stop_service(kName, 60), 0);
-  EXPECT_EQ(evtest::slurp(dir.file("handler")), "9");
+  EXPECT_EQ(lltest::read_file(dir.file("handler")), "9");
   EXPECT_EQ(svc.status().dwWin32ExitCode, 0u);
   EXPECT_EQ(is_service_running(kName), 0);
 
@@ -293,7 +293,7 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
   EXPECT_EQ(start_service(kName, 1), -1);
   EXPECT_TRUE(svc.reaches(SERVICE_STOPPED));
   EXPECT_EQ(svc.status().dwWin32ExitCode, 1053u);
-  EXPECT_EQ(evtest::slurp(dir.file("handler")), "9");
+  EXPECT_EQ(lltest::read_file(dir.file("handler")), "9");
   }  // the manager deletes a service once no handle to it is open
 
   std::string rem = "-rem";
