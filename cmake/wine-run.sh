@@ -1,8 +1,7 @@
 #!/usr/bin/env bash
 # Runs a Windows program of the build under Wine (the cross build's emulator).
 # The Wine prefix lives in the build folder (<build>/wineprefix, next to
-# <build>/bin), and a persistent wineserver is started on first use with its
-# output detached, so no test inherits Wine's helper processes.
+# <build>/bin); the prefix is booted on first use.
 set -u
 exe=$1
 export WINEDEBUG=-all
@@ -29,12 +28,14 @@ fi
 WINE=${WINE:-/usr/lib/wine/wine64}
 [ -x "$WINE" ] || WINE=$(command -v wine64 || command -v wine)
 mkdir -p "$WINEPREFIX"
+# The prefix is booted once, detached, so that Wine's helper processes never
+# hold a test's output open. The server is Wine's own, started by the first
+# program and gone a few seconds after the last: a server kept up for the whole
+# run keeps the service manager's state from one test program to the next,
+# which the service tests do not expect.
 (
   flock 9
-  # Exit status 0: no server was running for this prefix and a persistent one
-  # has just started; boot the prefix from here, detached, so that Wine's
-  # helper processes never hold a test's output open.
-  if wineserver -p </dev/null >/dev/null 2>&1 9>&- || ! [ -f "$WINEPREFIX/.ll-ready" ]; then
+  if ! [ -f "$WINEPREFIX/.ll-ready" ]; then
     "$WINE" wineboot -i </dev/null >/dev/null 2>&1 9>&-
     touch "$WINEPREFIX/.ll-ready"
   fi

@@ -8,7 +8,8 @@ for a in "$@"; do
   case $a in --windows) want_windows=1 ;; --bench) want_bench=1 ;; esac
 done
 
-pkgs=(cmake ninja-build g++ gcc clang libgtest-dev googletest libgmock-dev ccache ncompress locales coreutils perl pkg-config)
+pkgs=(cmake ninja-build g++ gcc clang libgtest-dev googletest libgmock-dev ccache ncompress locales coreutils perl pkg-config
+      dpkg-dev unzip abigail-tools)
 [ $want_windows = 1 ] && pkgs+=(g++-mingw-w64-x86-64-posix g++-mingw-w64-i686-posix binutils-mingw-w64 wine64 procps util-linux)
 [ $want_bench = 1 ] && pkgs+=(libbenchmark-dev liblz4-dev zlib1g-dev libssl-dev lz4 gzip libclang-rt-14-dev)
 

@@ -110,7 +110,8 @@ LL_API int qzsetsockopt(qz_socket_t s, int level, int optname, const char *optva
 LL_API int qzgetpeername(qz_socket_t s, struct sockaddr *name, qz_socklen_t *namelen) LL_NOEXCEPT;
 LL_API int qzgetsockname(qz_socket_t s, struct sockaddr *name, qz_socklen_t *namelen) LL_NOEXCEPT;
 LL_API struct protoent *qzgetprotobyname(const char *name) LL_NOEXCEPT;
-/* ioctlsocket: FIONBIO and FIONREAD with an unsigned long argument. */
+/* ioctlsocket: FIONBIO, FIONREAD and SIOCATMARK with an unsigned long
+ * argument; any other command fails with EINVAL and *argp is left as it is. */
 LL_API int qzsoioctl(qz_socket_t s, long cmd, unsigned long *argp) LL_NOEXCEPT;
 LL_API int qzrecv(qz_socket_t s, char *buf, int len, int flags) LL_NOEXCEPT;
 LL_API int qzrecvfrom(qz_socket_t s, char *buf, int len, int flags, struct sockaddr *from,

@@ -11,6 +11,13 @@ namespace {
 
 inline uint64_t words_for(uint64_t bits) { return (bits + 31) >> 5; }
 
+// Words in the map's array: an array the library allocated for an empty map
+// still has its one word, and whole-array operations reach it too.
+inline uint64_t array_words(const qzbitmap *m) {
+  if (m->size == 0 && (m->flags & QZBITMAP_OWNS_BITS)) return 1;
+  return words_for(m->size);
+}
+
 inline void mark_dirty(qzbitmap *m) {
   if (m->dirty) *m->dirty |= m->dirty_mask;
 }
@@ -109,13 +116,13 @@ LL_API void qzbitmap_clr(qzbitmap *m, uint32_t i) noexcept {
 }
 
 LL_API void qzbitmap_set_all(qzbitmap *m) noexcept {
-  fill_words(m->bits, words_for(m->size), 0xFF);
+  fill_words(m->bits, array_words(m), 0xFF);
   m->hwm = m->size - 1;  // none for an empty map
   mark_dirty(m);
 }
 
 LL_API void qzbitmap_clr_all(qzbitmap *m) noexcept {
-  fill_words(m->bits, words_for(m->size), 0);
+  fill_words(m->bits, array_words(m), 0);
   m->hwm = QZBITMAP_NONE;
   mark_dirty(m);
 }

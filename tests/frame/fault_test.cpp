@@ -24,6 +24,9 @@
 #else
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #endif
 
 LLTEST_CHILD(fault_exit) { return 0; }
@@ -33,10 +36,15 @@ extern "C" long llt_fault_disarm(void);
 extern "C" long llt_fault_calls(void);
 extern "C" void llt_catalog_set_appdir(const char *dir) noexcept;
 extern "C" void llt_catalog_setup(const char *name) noexcept;
+#ifdef _WIN32
+extern "C" void llt_eventlog_registry(const char *key) noexcept;
+#else
+extern "C" void llt_eventlog_socket(const char *path) noexcept;
+#endif
 
 namespace {
 
-constexpr unsigned kAlloc = 1, kOpen = 2, kIo = 4, kSpawn = 8, kSocket = 16;
+constexpr unsigned kAlloc = 1, kOpen = 2, kIo = 4, kSpawn = 8, kSocket = 16, kRegistry = 32;
 constexpr long kMaxRuns = 400;
 
 struct Outcome {
@@ -99,6 +107,84 @@ bool socket_round() {
   qzsoclose(s);
   return failed;
 }
+
+// The event log of a test's own: on Windows the sources live under a key of
+// the test's (created afresh for every run, so that each run registers the
+// source from the start); on POSIX a system-log listener bound in a temporary
+// folder, connected afresh for every run.
+class EventLogSink {
+ public:
+  EventLogSink() {
+#ifdef _WIN32
+    llt_eventlog_registry("SOFTWARE\\llt_fault_sources");
+#else
+    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_un sa{};
+    sa.sun_family = AF_UNIX;
+    const std::string path = dir_.file("log");
+    std::snprintf(sa.sun_path, sizeof sa.sun_path, "%s", path.c_str());
+    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&sa), sizeof sa), 0);
+#endif
+  }
+  ~EventLogSink() {
+#ifdef _WIN32
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_fault_sources\\Baystow");
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_fault_sources");
+    llt_eventlog_registry(nullptr);
+#else
+    llt_eventlog_socket(nullptr);  // closes the library's connection
+    close(fd_);
+#endif
+  }
+  void fresh() {
+#ifdef _WIN32
+    RegDeleteKeyW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\llt_fault_sources\\Baystow");
+#else
+    llt_eventlog_socket(dir_.file("log").c_str());
+    char buf[16384];
+    while (recv(fd_, buf, sizeof buf, MSG_DONTWAIT) > 0) {
+    }
+#endif
+  }
+
+ private:
+#ifndef _WIN32
+  lltest::TempDir dir_;
+  int fd_ = -1;
+#endif
+};
+
+// The library's event source set up and one event written; true when either
+// reported a failure (0 is their only failure value).
+bool eventlog_round(EventLogSink &sink) {
+  sink.fresh();
+  const int setup = event_source_setup("bsw");
+  const int sent = eventprintf(QZ_EVENT_INFORMATION, 0, "fault walk %d", 1);
+  EXPECT_TRUE(setup == 0 || setup == 1) << setup;
+  EXPECT_TRUE(sent == 0 || sent == 1) << sent;
+  sink.fresh();  // nothing of the run left open
+  return setup == 0 || sent == 0;
+}
+
+#ifdef _WIN32
+// Two values under a key of the test's own read back through the exported
+// registry readers; true when either reported absence (null, 0).
+bool registry_round() {
+  const char *key = "SOFTWARE\\llt_fault_values";
+  uint32_t type = 0, size = 0;
+  void *data = retrieve_data_from_registry_win32(HKEY_LOCAL_MACHINE, key, "Text", &type, &size);
+  if (data) {
+    EXPECT_EQ(type, static_cast<uint32_t>(REG_SZ));
+    EXPECT_STREQ(static_cast<char *>(data), "C:\\data");
+    std::free(data);
+  }
+  const uint32_t address = get_registry_ulong(key, "Address");
+  if (address) {
+    EXPECT_EQ(address, htonl(0x7F000001));
+  }
+  return !data || !address;
+}
+#endif
 
 Outcome armed(unsigned kinds, long nth, bool persistent, const std::function<bool()> &body) {
   llt_fault_arm(kinds, nth, persistent ? 1 : 0);
@@ -327,6 +413,12 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
   const std::string file = tree.dir.file("one"), folder = tree.dir.file("a");
   qz_vfprintf_fn old = set_vfprintf(quiet);  // the refusals print their messages
   qz_xmalloc_handler old_handler = set_xmalloc_failed([](size_t) {});  // retry at once
+  EventLogSink sink;
+#ifdef _WIN32
+  ASSERT_EQ(RegSetKeyValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\llt_fault_values", "Text", REG_SZ, "C:\\data", 8), 0);
+  ASSERT_EQ(RegSetKeyValueA(HKEY_LOCAL_MACHINE, "SOFTWARE\\llt_fault_values", "Address", REG_SZ, "127.0.0.1", 10), 0);
+#endif
+  (void)Win32OSVersion();  // the class is asked once per process: not inside a walk
   unsigned key = 0x7E5A0000u + static_cast<unsigned>(std::rand() % 0x1000) * 16;
   struct Case {
     const char *name;
@@ -350,8 +442,12 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
       {"spawn + waitchild", kOpen | kSpawn, true, [] { return spawn_round(); }},
       {"popen + pclose", kOpen | kSpawn, true, [] { return popen_round(); }},
       {"qzsocket + qzbind + qzlisten", kSocket, true, [] { return socket_round(); }},
+      // The registry on Windows, the system log's socket on POSIX.
+      {"event_source_setup + eventprintf", kRegistry | kSocket, true, [&] { return eventlog_round(sink); }},
 #ifndef _WIN32
       {"getfstab", kOpen | kIo, true, [] { return fstab_round(); }},
+#else
+      {"registry readers", kRegistry, true, [] { return registry_round(); }},
 #endif
   };
   const long fds = open_descriptors();
@@ -369,6 +465,9 @@ TEST(Fault, EveryInjectedFailureKeepsTheCallsConvention) {
     return r;
   });
   EXPECT_GT(paths, 0);
+#ifdef _WIN32
+  RegDeleteKeyA(HKEY_LOCAL_MACHINE, "SOFTWARE\\llt_fault_values");
+#endif
   set_vfprintf(old);
   set_xmalloc_failed(old_handler);
   llt_catalog_setup("bsw");

@@ -169,6 +169,18 @@ TEST(Socket, OtherWrappers) {
   unsigned long avail = 0;
   EXPECT_EQ(qzsoioctl(p.b, FIONREAD, &avail), 0);
   EXPECT_EQ(avail, 5u);
+  // A control whose record is larger than the word is refused, not passed on
+  // (the system would write its record over the caller's stack).
+  unsigned long word = 7;
+#ifdef _WIN32
+  const long wide = static_cast<long>(SIO_GET_INTERFACE_LIST);
+#else
+  const long wide = SIOCGIFCONF;
+#endif
+  errno = 0;
+  EXPECT_EQ(qzsoioctl(p.b, wide, &word), -1);
+  EXPECT_EQ(errno, EINVAL);
+  EXPECT_EQ(word, 7u);
   EXPECT_EQ(qzshutdown(p.a, 1), 0);
   char buf[16];
   EXPECT_EQ(qzrecv(p.b, buf, sizeof buf, 0), 5);

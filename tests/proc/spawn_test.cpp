@@ -27,6 +27,8 @@
 #  include <signal.h>
 #  include <spawn.h>
 #  include <sys/resource.h>
+#  include <sys/stat.h>
+#  include <sys/sysmacros.h>
 #  include <sys/wait.h>
 #  include <unistd.h>
 extern char **environ;
@@ -336,6 +338,67 @@ TEST(SpawnPosix, ExecFailureCarriesTheChildsErrno) {
   EXPECT_EQ(spawn(0, v, nullptr, nullptr, nullptr), -1);
   EXPECT_EQ(errno, EACCES);
   EXPECT_EQ(waitchild(-1, nullptr, 0), -1);  // nothing recorded, nothing left
+}
+
+// The whole environment, one string a line.
+LLTEST_CHILD(environ) {
+  for (char **e = environ; *e; ++e) std::printf("%s\n", *e);
+  return 0;
+}
+
+// Each name reaches the child once: the first given string of a name, then
+// ours for the names not given (a longer name that starts with a given one
+// is another variable).
+TEST(SpawnPosix, EnvironmentHoldsEachNameOnce) {
+  lltest::ScopedEnv shadowed("LLT_NAME", "parent"), longer("LLT_NAME_LONGER", "kept"), plain("LLT_OTHER", "o");
+  std::string first = "LLT_NAME=first", second = "LLT_NAME=second", mast = "BSW_MAST=given";
+  std::vector<char *> env = {first.data(), second.data(), mast.data(), nullptr};
+  ChildRun r = run(child_argv("environ", {}), "", env.data());
+  ASSERT_EQ(r.status, 0);
+  auto count = [&](const std::string &prefix) {
+    int n = 0;
+    for (size_t at = 0; (at = r.out.find("\n" + prefix, at)) != std::string::npos; ++at) ++n;
+    return n;
+  };
+  r.out.insert(0, "\n");
+  EXPECT_EQ(count("LLT_NAME="), 1) << r.out;
+  EXPECT_EQ(count("LLT_NAME=first\n"), 1);
+  EXPECT_EQ(count("LLT_NAME_LONGER=kept\n"), 1);
+  EXPECT_EQ(count("LLT_OTHER=o\n"), 1);
+  EXPECT_EQ(count("BSW_MAST="), 1);  // the program's own name comes first and wins
+  EXPECT_EQ(count("BSW_MAST=" + std::string(getMyname()) + "\n"), 1);
+}
+
+// What the child got as standard descriptors: 1 when 0 is not the null
+// device, plus 2 / 4 when 1 / 2 are open.
+LLTEST_CHILD(stdio_report) {
+  struct stat st;
+  const bool null_input = fstat(0, &st) == 0 && S_ISCHR(st.st_mode) && st.st_rdev == makedev(1, 3);
+  return (null_input ? 0 : 1) | (fcntl(1, F_GETFD) != -1 ? 2 : 0) | (fcntl(2, F_GETFD) != -1 ? 4 : 0);
+}
+
+// Closes the standard descriptors named in argv[0], then reports what a
+// child started without a triple got.
+LLTEST_CHILD(spawn_with_closed) {
+  for (const char *p = argv[0]; *p; ++p) close(*p - '0');
+  auto a = child_argv("stdio_report", {});
+  const int pid = spawn(0, a.argv(), nullptr, nullptr, nullptr);
+  int status = -1;
+  if (pid <= 0 || waitchild(pid, &status, 0) != pid) return 100;
+  return QZ_WEXITCODE(status);
+}
+
+// Input not given is the null device, whatever descriptors the caller lacks;
+// descriptors the caller has closed stay closed in the child.
+TEST(SpawnPosix, NullInputWithClosedStandardDescriptors) {
+  const struct {
+    const char *closed;
+    int report;
+  } cases[] = {{"-", 2 | 4}, {"1", 4}, {"12", 0}, {"012", 0}, {"0", 2 | 4}};
+  for (const auto &c : cases) {
+    const std::string closed = c.closed[0] == '-' ? "" : c.closed;
+    EXPECT_EQ(lltest::run_child("spawn_with_closed", {closed}).exit_code, c.report) << c.closed;
+  }
 }
 
 LLTEST_CHILD(ignore_sigchld) {

@@ -80,6 +80,12 @@ TEST(ToolText, Strerror) {
   EXPECT_EQ(r.out.rfind("2: ", 0), 0u) << r.out;
   EXPECT_NE(r.out.find("\n0x10000005: "), std::string::npos);
   EXPECT_EQ(run({"strerror", "two"}).exit_code, 2);
+  // Numbers are decimal unless they say 0x: a leading zero is no octal.
+  auto lead = run({"strerror", "010", "10"});
+  const size_t cut = lead.out.find('\n');
+  ASSERT_NE(cut, std::string::npos) << lead.out;
+  EXPECT_EQ(lead.out.substr(1, cut), lead.out.substr(cut + 1)) << lead.out;
+  EXPECT_EQ(run({"strerror", " 5"}).exit_code, 2);
 }
 
 TEST(ToolText, TagAndUntag) {

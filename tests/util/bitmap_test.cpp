@@ -33,6 +33,34 @@ TEST(Bitmap, NewFillsAndOwnership) {
   EXPECT_EQ(mine[1], 0x9u);
 }
 
+// An empty map's allocated word is part of its array: the whole-array
+// operations reach it. A caller's array for an empty map has no words.
+TEST(Bitmap, EmptyMapWholeArrayOperations) {
+  uint32_t dirty = 0;
+  qzbitmap *m = qzbitmap_new(0, nullptr, 255, &dirty, 0x4);
+  EXPECT_EQ(m->bits[0], 0xFFFFFFFFu);
+  qzbitmap_clr_all(m);
+  EXPECT_EQ(m->bits[0], 0u);
+  EXPECT_EQ(m->hwm, kNone);
+  EXPECT_EQ(dirty, 0x4u);
+  qzbitmap_set_all(m);
+  EXPECT_EQ(m->bits[0], 0xFFFFFFFFu);
+  EXPECT_EQ(m->hwm, kNone);  // size - 1 of an empty map
+  EXPECT_EQ(qzbitmap_next_set(m, 0), 1u);
+  EXPECT_EQ(qzbitmap_next_clr(m, 0), kNone);
+  EXPECT_EQ(qzbitmap_sethwm(m), kNone);  // the word is all padding
+  qzbitmap_grow(m, 3, 0);
+  EXPECT_EQ(m->bits[0], 0u);
+  qzbitmap_free(&m);
+
+  uint32_t beside = 0x5u;
+  m = qzbitmap_new(0, &beside, 0, nullptr, 0);
+  qzbitmap_set_all(m);
+  qzbitmap_clr_all(m);
+  EXPECT_EQ(beside, 0x5u);
+  qzbitmap_free(&m);
+}
+
 TEST(Bitmap, SetClrMarkAndDirtyWord) {
   uint32_t dirty = 0;
   qzbitmap *m = qzbitmap_new(100, nullptr, 0, &dirty, 0x40);

@@ -19,8 +19,6 @@
 
 namespace llocal {
 
-const char *msg(int number, const char *def) { return qzcatgets(Catd, kSet, number, def); }
-
 void error(const char *fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
@@ -37,39 +35,7 @@ void out(const char *fmt, ...) {
 
 // ---- options ----
 
-Options::Options(int argc, char **argv, const char *optstring)
-    : argc_(argc), argv_(argv), optstring_(optstring) {
-  getopt_init();  // also leaves the library's own diagnostics off
-}
-
-int Options::next() {
-  const int c = getopt(argc_, argv_, optstring_);
-  arg_ = optarg;
-  opt_ = optopt;
-  return c;
-}
-
-std::vector<std::string> Options::operands() {
-  std::vector<std::string> v;
-  while (const char *a = getarg(argc_, argv_)) v.emplace_back(a);
-  return v;
-}
-
-int Options::bad_option(const Command &cmd) const {
-  const char *p = opt_ && opt_ != ':' ? std::strchr(optstring_, opt_) : nullptr;
-  if (p && p[1] == ':') return usage_error(cmd, msg(2, "option -%c needs an argument\n"), opt_);
-  return usage_error(cmd, msg(3, "unknown option -%c\n"), opt_);
-}
-
-bool parse_number(const char *s, long long &value) {
-  if (!s || !*s) return false;
-  errno = 0;
-  char *end = nullptr;
-  const long long v = std::strtoll(s, &end, 0);
-  if (errno != 0 || *end != '\0') return false;
-  value = v;
-  return true;
-}
+int Options::bad_option(const Command &cmd) const { return usage_error(cmd, "%s", problem().c_str()); }
 
 // ---- files ----
 

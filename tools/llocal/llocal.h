@@ -60,6 +60,8 @@ class Options {
   const char *arg() const { return arg_; }
   // The operands after the options, option files expanded.
   std::vector<std::string> operands();
+  // The usage message for the last '?' (one line ending in "\n").
+  std::string problem() const;
   // Prints the usage error for the last '?' and returns kUsage.
   int bad_option(const Command &cmd) const;
 
@@ -71,7 +73,8 @@ class Options {
   int opt_ = 0;
 };
 
-// Parses a decimal or 0x-prefixed number; false when it is not one.
+// Parses a decimal or 0x-prefixed number (a leading zero is not octal, no
+// blanks); false when it is not one.
 bool parse_number(const char *s, long long &value);
 
 // ---- files ----

@@ -185,7 +185,10 @@ static int run(int argc, char **argv) {
 }  // namespace llocal
 
 int main(int argc, char **argv) {
-  _qzinit(argv[0], argc, argv);
+  // The product's name, not the program's path: it names the application
+  // folder searched for and the catalog opened ("bsw" is the library's own,
+  // which holds the texts the tool shows through the library).
+  _qzinit("bsw", argc, argv);
   setMyname("llocal");
   return llocal::run(argc, argv);
 }

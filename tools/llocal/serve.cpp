@@ -18,6 +18,7 @@
 #include <io.h>
 #endif
 
+#include "cmdargs.h"
 #include "llocal.h"
 #include "netio.h"
 #include "proto.h"
@@ -31,9 +32,7 @@ using proto::Frame;
 using proto::Reader;
 using proto::Writer;
 
-constexpr const char *kServiceName = "llocalsave";
 constexpr const char *kServiceDisplay = "llocal save server";
-constexpr const char *kDefaultListen = "127.0.0.1:7440";
 
 std::atomic<int> g_stop{0};
 
@@ -44,16 +43,9 @@ std::string self_path() {
   return p && *p ? std::string(p) : std::string("llocal");
 }
 
-std::string absolute_path(const char *name) {
+std::string current_folder() {
   std::string cwd(4096, '\0');
-  if (!qzmo_getcwd(cwd.data(), static_cast<int>(cwd.size()))) return name;
-  std::string buf(std::strlen(name) + 4100, '\0');  // room for the current folder
-#ifdef _WIN32
-  fullcanon_dirsep(name, buf.data(), cwd.c_str(), '\\');
-#else
-  fullcanon_dirsep(name, buf.data(), cwd.c_str(), '/');
-#endif
-  return buf.c_str();
+  return qzmo_getcwd(cwd.data(), static_cast<int>(cwd.size())) ? std::string(cwd.c_str()) : std::string();
 }
 
 void on_stop(int) {
@@ -236,25 +228,6 @@ int serve_connection(qz_socket_t sock, const std::string &store_dir) {
 
 // ---------------------------------------------------------------- the daemon
 
-// Windows serves each connection on a thread of the daemon: a socket a child
-// inherits as its standard input reads there, but sends and socket options
-// on it fail with "not a socket" (seen under the Wine the library is tested
-// on), and a process start costs tens of milliseconds there against a
-// fraction of one for a thread. POSIX keeps a child per connection.
-#ifdef _WIN32
-constexpr bool kThreadsByDefault = true;
-#else
-constexpr bool kThreadsByDefault = false;
-#endif
-
-struct ServeOptions {
-  std::string store, listen = kDefaultListen, port_file;
-  bool child = false;  // serve the connection on standard input and output
-  bool threads = kThreadsByDefault;
-  bool service = false;             // the command line installed for the service manager
-  std::string name = kServiceName;  // the service's name
-};
-
 // A connection handed to a thread of the daemon.
 struct Handed {
   qz_socket_t sock;
@@ -267,17 +240,6 @@ void *handler_thread(void *arg) {
   h.reset();
   T_threadexit();
   return nullptr;
-}
-
-// Long option words of serve, turned into the letters getopt reads.
-void short_options(int argc, char **argv) {
-  for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--") == 0) break;
-    static const char *const longs[][2] = {{"--store", "-s"},   {"--listen", "-l"},  {"--port-file", "-p"},
-                                           {"--threads", "-T"}, {"--service", "-R"}, {"--name", "-n"}};
-    for (const auto &l : longs)
-      if (std::strcmp(argv[i], l[0]) == 0) argv[i] = const_cast<char *>(l[1]);
-  }
 }
 
 void announce(const ServeOptions &o, int port) {
@@ -297,12 +259,8 @@ int run_daemon(const ServeOptions &o, const char *self) {
     return kFailed;
   }
   store::sweep(o.store);
-  net::Address addr;
+  net::Address addr = o.address;
   std::string why;
-  if (!net::parse_address(o.listen, addr, why)) {
-    error("%s\n", why.c_str());
-    return kUsage;
-  }
   bool service = RegisterThisService(o.name.c_str()) != 0;
   regevent(9, on_stop);
   regevent(2, on_stop);
@@ -396,47 +354,18 @@ int cmd_serve(int argc, char **argv) {
   const Command &cmd = *find_command("serve");
   // "-ADD"/"-REM" install or remove the server as a service that runs
   // "llocal serve" with the words after them.
-  if (argc >= 2 && (qzstricmp(argv[1], "-ADD") == 0 || qzstricmp(argv[1], "-REM") == 0)) {
-    std::string self = self_path();
-    std::vector<std::string> kept;  // folders made absolute, kept alive for words
-    kept.reserve(static_cast<size_t>(argc));
-    std::vector<char *> words = {self.data(), argv[1], const_cast<char *>("serve"), const_cast<char *>("--service")};
-    std::string name = kServiceName;
-    for (int i = 2; i < argc; ++i) {
-      words.push_back(argv[i]);
-      if ((std::strcmp(argv[i], "--name") == 0 || std::strcmp(argv[i], "-n") == 0) && i + 1 < argc) name = argv[i + 1];
-      // A service starts in the manager's folder, not the installer's: the
-      // store and the port file are installed as absolute names.
-      static const char *const folders[] = {"--store", "-s", "--port-file", "-p"};
-      bool folder = false;
-      for (const char *f : folders) folder = folder || std::strcmp(argv[i], f) == 0;
-      if (folder && i + 1 < argc) {
-        kept.push_back(absolute_path(argv[++i]));
-        words.push_back(kept.back().data());
-      }
-    }
+  if (is_service_install(argc, argv)) {
+    const ServiceInstall install = service_words(argc, argv, self_path(), current_folder());
+    std::vector<char *> words;
+    for (const std::string &w : install.words) words.push_back(const_cast<char *>(w.c_str()));
     words.push_back(nullptr);
-    SvcInstalling2(static_cast<int>(words.size()) - 1, words.data(), name.c_str(), kServiceDisplay, 1);
+    SvcInstalling2(static_cast<int>(words.size()) - 1, words.data(), install.name.c_str(), kServiceDisplay, 1);
     return kOk;
   }
-  short_options(argc, argv);
-  Options opts(argc, argv, "s:l:p:n:CRTh");
   ServeOptions o;
-  for (int c; (c = opts.next()) != -1;) {
-    switch (c) {
-      case 's': o.store = opts.arg(); break;
-      case 'l': o.listen = opts.arg(); break;
-      case 'p': o.port_file = opts.arg(); break;
-      case 'n': o.name = opts.arg(); break;
-      case 'C': o.child = true; break;
-      case 'T': o.threads = true; break;
-      case 'R': o.service = true; break;
-      case 'h': return help(cmd);
-      default: return opts.bad_option(cmd);
-    }
-  }
-  if (!opts.operands().empty()) return usage_error(cmd, "%s", msg(94, "unexpected operand\n"));
-  if (o.store.empty()) return usage_error(cmd, "%s", msg(95, "the store folder is required (--store DIR)\n"));
+  const Verdict v = parse_serve(argc, argv, o);
+  if (v.what == Verdict::kHelp) return help(cmd);
+  if (v.what == Verdict::kBad) return usage_error(cmd, "%s", v.why.c_str());
 #ifdef _WIN32
   // The library tells a Windows service from a console program by the
   // absence of the profile's HOMEDRIVE, which some systems (Wine among them)
@@ -452,18 +381,13 @@ int cmd_serve(int argc, char **argv) {
 
 int cmd_stop(int argc, char **argv) {
   const Command &cmd = *find_command("stop");
-  Options opts(argc, argv, "h");
-  for (int c; (c = opts.next()) != -1;) {
-    if (c == 'h') return help(cmd);
-    return opts.bad_option(cmd);
-  }
-  std::vector<std::string> ops = opts.operands();
-  long long pid = 0;
-  if (ops.size() != 1 || !parse_number(ops[0].c_str(), pid) || pid <= 0 || pid > 0x7fffffff)
-    return usage_error(cmd, "%s", msg(96, "one process id is required\n"));
+  int pid = 0;
+  const Verdict v = parse_stop(argc, argv, pid);
+  if (v.what == Verdict::kHelp) return help(cmd);
+  if (v.what == Verdict::kBad) return usage_error(cmd, "%s", v.why.c_str());
   // The process's kill event: its kill handler runs (the server stops cleanly).
-  if (kill(static_cast<int>(pid), 15) != 0 && errno == ESRCH) {
-    error(msg(97, "no process %lld\n"), pid);
+  if (kill(pid, 15) != 0 && errno == ESRCH) {
+    error(msg(97, "no process %lld\n"), static_cast<long long>(pid));
     return kFailed;
   }
   return kOk;

@@ -355,9 +355,13 @@ protoent *getprotobyname(const char *name) noexcept {
 
 int ioctl(qz_socket_t s, long cmd, unsigned long *argp) noexcept {
   int v = static_cast<int>(*argp);
-  if (static_cast<unsigned long>(cmd) == static_cast<unsigned long>(FIONBIO))
-    return set_nonblocking(s, v != 0) ? 0 : -1;
-  if (::ioctl(s, static_cast<unsigned long>(cmd), &v) < 0) return fail();
+  const auto c = static_cast<unsigned long>(cmd);
+  if (c == static_cast<unsigned long>(FIONBIO)) return set_nonblocking(s, v != 0) ? 0 : -1;
+  // Only the controls whose argument is one word: any other would have the
+  // system read or write a record of its own size at the caller's word.
+  if (c != static_cast<unsigned long>(FIONREAD) && c != static_cast<unsigned long>(SIOCATMARK))
+    return fail_with(EINVAL);
+  if (::ioctl(s, c, &v) < 0) return fail();
   *argp = static_cast<unsigned long>(v);
   return 0;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "frame/areas.h"
+#include "frame/fault.h"
 #include "frame/syserr.h"
 #include "net/hostent_copy.h"
 #include "net/hostid_os.h"
@@ -61,7 +62,8 @@ std::vector<std::wstring> multi_string(HKEY key, const wchar_t *value, DWORD max
   std::vector<std::wstring> list;
   std::vector<wchar_t> buf(max_bytes / sizeof(wchar_t) + 2, 0);
   DWORD type = 0, size = max_bytes;
-  if (RegQueryValueExW(key, value, nullptr, &type, reinterpret_cast<BYTE *>(buf.data()), &size) != ERROR_SUCCESS)
+  if (LL_FAULT(registry) ||
+      RegQueryValueExW(key, value, nullptr, &type, reinterpret_cast<BYTE *>(buf.data()), &size) != ERROR_SUCCESS)
     return list;
   if (type != REG_MULTI_SZ && type != REG_SZ) return list;
   for (const wchar_t *p = buf.data(); *p; p += wcslen(p) + 1) list.emplace_back(p);
@@ -85,8 +87,9 @@ uint32_t dotted(const std::wstring &w) {
 // The bound devices' TCP/IP values in the registry.
 int from_registry(std::vector<uint32_t> &out) {
   HKEY link;
-  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage", 0, KEY_READ, &link) !=
-      ERROR_SUCCESS)
+  if (LL_FAULT(registry) ||
+      RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage", 0, KEY_READ, &link) !=
+          ERROR_SUCCESS)
     return 0;
   std::vector<std::wstring> bind = multi_string(link, L"Bind", 300);
   RegCloseKey(link);
@@ -95,7 +98,7 @@ int from_registry(std::vector<uint32_t> &out) {
     std::wstring part = slash == std::wstring::npos ? L"\\" + dev : dev.substr(slash);
     std::wstring path = L"SYSTEM\\CurrentControlSet\\Services" + part + L"\\Parameters\\Tcpip";
     HKEY k;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) continue;
+    if (LL_FAULT(registry) || RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS) continue;
     uint32_t last = 0;
     for (const std::wstring &ip : multi_string(k, L"IPAddress", 512)) {
       last = dotted(ip);

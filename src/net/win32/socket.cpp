@@ -384,10 +384,10 @@ int close(qz_socket_t s) noexcept {
 }
 
 int bind(qz_socket_t s, const sockaddr *name, qz_socklen_t len) noexcept {
-  return ::bind(s, name, len) == 0 ? 0 : fail();
+  return !LL_FAULT(socket) && ::bind(s, name, len) == 0 ? 0 : fail();
 }
 
-int listen(qz_socket_t s, int backlog) noexcept { return ::listen(s, backlog) == 0 ? 0 : fail(); }
+int listen(qz_socket_t s, int backlog) noexcept { return !LL_FAULT(socket) && ::listen(s, backlog) == 0 ? 0 : fail(); }
 
 int getsockopt(qz_socket_t s, int level, int opt, char *val, qz_socklen_t *len) noexcept {
   return ::getsockopt(s, level, opt, val, len) == 0 ? 0 : fail();
@@ -418,6 +418,8 @@ protoent *getprotobyname(const char *name) noexcept {
 
 int ioctl(qz_socket_t s, long cmd, unsigned long *argp) noexcept {
   if (cmd == static_cast<long>(FIONBIO)) return set_nonblocking(s, *argp != 0) ? 0 : -1;
+  // The word-sized controls only, as on POSIX.
+  if (cmd != static_cast<long>(FIONREAD) && cmd != static_cast<long>(SIOCATMARK)) return fail_with(WSAEINVAL);
   u_long v = *argp;
   if (ioctlsocket(s, cmd, &v) != 0) return fail();
   *argp = v;

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "frame/fault.h"
 #include "paths/win32/wpaths.h"
 
 namespace ll::paths::win {
@@ -159,12 +160,14 @@ LL_API void *retrieve_data_from_registry_win32(void *root, const char *subkey, c
                                                uint32_t *type_out, uint32_t *size_out) noexcept {
   if (!subkey || !valuename) return nullptr;
   HKEY key;
-  if (RegOpenKeyExA(static_cast<HKEY>(root), subkey, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) return nullptr;
+  if (LL_FAULT(registry) || RegOpenKeyExA(static_cast<HKEY>(root), subkey, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS)
+    return nullptr;
   DWORD type = 0, size = 0;
   void *data = nullptr;
-  if (RegQueryValueExA(key, valuename, nullptr, &type, nullptr, &size) == ERROR_SUCCESS) {
+  if (!LL_FAULT(registry) && RegQueryValueExA(key, valuename, nullptr, &type, nullptr, &size) == ERROR_SUCCESS) {
     data = std::malloc(size ? size : 1);
-    if (data && RegQueryValueExA(key, valuename, nullptr, &type, static_cast<BYTE *>(data), &size) != ERROR_SUCCESS) {
+    if (data && (LL_FAULT(registry) ||
+                 RegQueryValueExA(key, valuename, nullptr, &type, static_cast<BYTE *>(data), &size) != ERROR_SUCCESS)) {
       std::free(data);
       data = nullptr;
     }
@@ -199,10 +202,11 @@ LL_API char *find_path_of_service_from_service_manager_win32(const char *service
 LL_API uint32_t get_registry_ulong(const char *subkey, const char *valuename) noexcept {
   if (!subkey || !valuename) return 0;
   HKEY key;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, subkey, 0, KEY_READ, &key) != ERROR_SUCCESS) return 0;
+  if (LL_FAULT(registry) || RegOpenKeyExA(HKEY_LOCAL_MACHINE, subkey, 0, KEY_READ, &key) != ERROR_SUCCESS) return 0;
   char text[301] = {};
   DWORD size = 300, type = 0;
-  LONG rc = RegQueryValueExA(key, valuename, nullptr, &type, reinterpret_cast<BYTE *>(text), &size);
+  LONG rc = LL_FAULT(registry) ? static_cast<LONG>(ll::fault::code(ll::fault::Kind::registry))
+                                : RegQueryValueExA(key, valuename, nullptr, &type, reinterpret_cast<BYTE *>(text), &size);
   RegCloseKey(key);
   if (rc != ERROR_SUCCESS) return 0;
   text[300] = 0;

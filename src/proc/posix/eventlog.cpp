@@ -18,6 +18,7 @@
 #include <mutex>
 #include <string>
 
+#include "frame/fault.h"
 #include "proc/eventlog.h"
 #include <liblocal/eventlog.h>
 #include <liblocal/output.h>
@@ -58,7 +59,7 @@ void close_locked(Log &l) {
 }
 
 int open_socket(int type) {
-  const int fd = ::socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
+  const int fd = LL_FAULT(socket) ? -1 : ::socket(AF_UNIX, type | SOCK_CLOEXEC, 0);
   const timeval limit{0, kRoomWaitMs * 1000};
   if (fd >= 0) ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
   return fd;
@@ -72,7 +73,7 @@ bool connect_locked(Log &l) {
   for (int type : {SOCK_DGRAM, SOCK_STREAM}) {
     int fd = open_socket(type);
     if (fd < 0) return false;
-    if (::connect(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa) == 0) {
+    if (!LL_FAULT(socket) && ::connect(fd, reinterpret_cast<sockaddr *>(&sa), sizeof sa) == 0) {
       l.fd = fd;
       l.stream = type == SOCK_STREAM;
       return true;
@@ -90,7 +91,7 @@ bool connect_locked(Log &l) {
 // stays full is taken as stalled, and later events do not wait for it until
 // it takes one again.
 bool send_locked(Log &l, const char *msg, size_t len) {
-  const ssize_t r = ::send(l.fd, msg, len, MSG_NOSIGNAL | (l.stalled ? MSG_DONTWAIT : 0));
+  const ssize_t r = LL_FAULT(socket) ? -1 : ::send(l.fd, msg, len, MSG_NOSIGNAL | (l.stalled ? MSG_DONTWAIT : 0));
   if (r == static_cast<ssize_t>(len)) {
     l.stalled = false;
     return true;

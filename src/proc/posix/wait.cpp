@@ -6,10 +6,12 @@
 // of running children. Nothing here ever waits for "any process": children
 // of other threads, and of code outside the library, are never reaped.
 //
-// A blocking wait never blocks in waitid itself: a program that ignores
-// SIGCHLD has its children reaped by the system, and waitid would then wait
-// for every child of the process. The descriptor becomes ready when the
-// child ends either way; waitid(WNOHANG) then answers ECHILD.
+// A wait for one process with no time limit is a blocking waitid(P_PIDFD)
+// alone: the kernel wakes it for that process only. A program that ignores
+// SIGCHLD has its children reaped by the system; Linux then answers ECHILD
+// for exactly that process (it never waits for all children, as wait() may
+// elsewhere). Timed waits poll the descriptor, which becomes ready when the
+// child ends either way, and reap it with waitid(WNOHANG).
 #include <poll.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -127,6 +129,21 @@ int wait_one(Child &c, uint32_t ms) noexcept {
   if (c.obj < 0) {
     errno = ECHILD;
     return -1;
+  }
+  if (!c.is_thread && ms == kInfinite) {
+    // No time limit: the kernel's own wait for exactly this process.
+    siginfo_t si;
+    si.si_pid = 0;
+    int r;
+    do r = waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(c.obj), &si, WEXITED);
+    while (r < 0 && errno == EINTR);
+    if (r < 0) {
+      if (errno != ECHILD) return -1;
+      c.lost = true;
+      return 1;
+    }
+    c.code = code_of(si);
+    return 1;
   }
   const uint64_t start = now_ms();
   for (;;) {

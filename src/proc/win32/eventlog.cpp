@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 
+#include "frame/fault.h"
 #include "frame/win32/win.h"
 #include "proc/eventlog.h"
 #include <liblocal/eventlog.h>
@@ -42,12 +43,14 @@ std::wstring message_file(bool &own) {
 // The key's CategoryMessageFile names 'path' (compared without regard to case).
 bool names_file(HKEY key, const std::wstring &path) {
   DWORD type = 0, size = 0;
-  if (RegQueryValueExW(key, L"CategoryMessageFile", nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
+  if (LL_FAULT(registry) ||
+      RegQueryValueExW(key, L"CategoryMessageFile", nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
       (type != REG_SZ && type != REG_EXPAND_SZ) || size > 65536)
     return false;
   std::wstring value(size / sizeof(wchar_t) + 1, L'\0');
-  if (RegQueryValueExW(key, L"CategoryMessageFile", nullptr, &type, reinterpret_cast<BYTE *>(value.data()), &size) !=
-      ERROR_SUCCESS)
+  if (LL_FAULT(registry) ||
+      RegQueryValueExW(key, L"CategoryMessageFile", nullptr, &type, reinterpret_cast<BYTE *>(value.data()), &size) !=
+          ERROR_SUCCESS)
     return false;
   value.resize(wcsnlen(value.c_str(), size / sizeof(wchar_t)));
   return CompareStringOrdinal(value.c_str(), -1, path.c_str(), -1, TRUE) == CSTR_EQUAL;
@@ -58,12 +61,12 @@ bool set_values(HKEY key, const std::wstring &path) {
   const DWORD count = QZ_EVENT_CATEGORIES, types = EVENTLOG_ERROR_TYPE | EVENTLOG_WARNING_TYPE |
                                                    EVENTLOG_INFORMATION_TYPE;
   const auto *p = reinterpret_cast<const BYTE *>(path.c_str());
-  return RegSetValueExW(key, L"EventMessageFile", 0, REG_EXPAND_SZ, p, bytes) == ERROR_SUCCESS &&
-         RegSetValueExW(key, L"CategoryMessageFile", 0, REG_EXPAND_SZ, p, bytes) == ERROR_SUCCESS &&
-         RegSetValueExW(key, L"CategoryCount", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&count),
-                        sizeof count) == ERROR_SUCCESS &&
-         RegSetValueExW(key, L"TypesSupported", 0, REG_DWORD, reinterpret_cast<const BYTE *>(&types),
-                        sizeof types) == ERROR_SUCCESS;
+  auto set = [key](const wchar_t *name, DWORD type, const BYTE *data, DWORD size) {
+    return !LL_FAULT(registry) && RegSetValueExW(key, name, 0, type, data, size) == ERROR_SUCCESS;
+  };
+  return set(L"EventMessageFile", REG_EXPAND_SZ, p, bytes) && set(L"CategoryMessageFile", REG_EXPAND_SZ, p, bytes) &&
+         set(L"CategoryCount", REG_DWORD, reinterpret_cast<const BYTE *>(&count), sizeof count) &&
+         set(L"TypesSupported", REG_DWORD, reinterpret_cast<const BYTE *>(&types), sizeof types);
 }
 
 }  // namespace
@@ -76,10 +79,11 @@ int os::setup_source(const char *source) noexcept {
   const std::wstring path = message_file(own);
   HKEY key = nullptr;
   DWORD disposition = 0;
-  if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
+  if (LL_FAULT(registry) ||
+      RegCreateKeyExW(HKEY_LOCAL_MACHINE, subkey.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_READ | KEY_WRITE,
                       nullptr, &key, &disposition) != ERROR_SUCCESS) {
     // an account that may not write the key still finds a registration in place
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, subkey.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS) {
+    if (!LL_FAULT(registry) && RegOpenKeyExW(HKEY_LOCAL_MACHINE, subkey.c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS) {
       const bool ok = !path.empty() && names_file(key, path);
       RegCloseKey(key);
       if (ok) return 1;
@@ -90,8 +94,8 @@ int os::setup_source(const char *source) noexcept {
   int result = 1;
   const bool existed = disposition == REG_OPENED_EXISTING_KEY;
   DWORD size = 0;
-  const bool has_file = existed && RegQueryValueExW(key, L"CategoryMessageFile", nullptr, nullptr, nullptr, &size) ==
-                                       ERROR_SUCCESS;
+  const bool has_file = existed && !LL_FAULT(registry) &&
+                        RegQueryValueExW(key, L"CategoryMessageFile", nullptr, nullptr, nullptr, &size) == ERROR_SUCCESS;
   // a registration is never replaced by the main program's path, nor rewritten unchanged
   if (!(has_file && (!own || names_file(key, path)))) {
     if (path.empty() || !set_values(key, path)) {
@@ -107,7 +111,8 @@ int os::report(const char *source, int type, int category, uint32_t id, const ch
   static_assert(sizeof(wchar_t) == sizeof(char16_t));
   wchar_t text[kWideCap + 1];
   to_event_wide(utf8, reinterpret_cast<char16_t *>(text), kWideCap);
-  HANDLE h = RegisterEventSourceW(nullptr, win::widen(source).c_str());
+  // The source is looked up in the registry: a registry call as well.
+  HANDLE h = LL_FAULT(registry) ? nullptr : RegisterEventSourceW(nullptr, win::widen(source).c_str());
   if (!h) return 0;
   LPCWSTR strings[1] = {text};
   const BOOL ok = ReportEventW(h, static_cast<WORD>(type), static_cast<WORD>(category), id ? id : QZ_EVENT_ID_DEFAULT,

@@ -2,6 +2,7 @@
 // in the registry.
 #include "system/osver.h"
 
+#include "frame/fault.h"
 #include "frame/win32/win.h"
 
 namespace ll::sys {
@@ -10,12 +11,14 @@ int compute_class() noexcept {
   DWORD v = GetVersion();
   if (v & 0x80000000u) return (v & 0xFF) < 4 ? 1 : 4;
   HKEY key;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\ProductOptions", 0, KEY_READ,
-                    &key) != ERROR_SUCCESS)
+  if (LL_FAULT(registry) ||
+      RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SYSTEM\\CurrentControlSet\\Control\\ProductOptions", 0, KEY_READ, &key) !=
+          ERROR_SUCCESS)
     return 1;
   char value[10] = {0};
   DWORD size = sizeof value, type = 0;
-  LONG rc = RegQueryValueExA(key, "ProductType", nullptr, &type, reinterpret_cast<BYTE *>(value), &size);
+  LONG rc = LL_FAULT(registry) ? static_cast<LONG>(ll::fault::code(ll::fault::Kind::registry))
+                                : RegQueryValueExA(key, "ProductType", nullptr, &type, reinterpret_cast<BYTE *>(value), &size);
   RegCloseKey(key);
   if (rc != ERROR_SUCCESS || type != REG_SZ) return 1;
   value[sizeof value - 1] = 0;
