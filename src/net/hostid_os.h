@@ -38,6 +38,10 @@ namespace os {
 // A resolver answer in plain form (may throw when memory runs short); false
 // for no answer.
 bool to_answer(const hostent *h, Answer &out);
+// The system's resolver (or the test seam), its answer copied to the calling
+// thread's storage; the arguments are checked already.
+hostent *by_name(const char *name) noexcept;
+hostent *by_addr(const char *addr, int len, int type) noexcept;
 // This machine's IPv4 addresses (network order, as 32-bit words in memory
 // order); -1 when memory runs short, else the number found.
 int own_addrs(std::vector<uint32_t> &out) noexcept;

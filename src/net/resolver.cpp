@@ -2,6 +2,7 @@
 // lock, and their answers in plain form for the host identity cache.
 #include <liblocal/hostid.h>
 
+#include <cerrno>
 #include <mutex>
 
 #include "net/hostid_os.h"
@@ -29,6 +30,22 @@ bool resolve_addr(const std::string &addr, int type, Answer &out) noexcept {
 }  // namespace ll::net
 
 extern "C" {
+
+LL_API struct hostent *qzgethostbyname(const char *name) noexcept {
+  if (!name) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  return ll::net::os::by_name(name);
+}
+
+LL_API struct hostent *qzgethostbyaddr(const char *addr, int len, int type) noexcept {
+  if (!addr || len <= 0) {
+    errno = EINVAL;
+    return nullptr;
+  }
+  return ll::net::os::by_addr(addr, len, type);
+}
 
 LL_API struct hostent *qzmo_gethostbyname(const char *name) noexcept {
   std::lock_guard<std::recursive_mutex> lock(ll::net::ns_lock());

@@ -92,33 +92,19 @@ int own_addrs(std::vector<uint32_t> &out) noexcept {
   return static_cast<int>(out.size());
 }
 
-}  // namespace os
-}  // namespace ll::net
-
-using namespace ll::net;
-
-extern "C" {
-
-LL_API struct hostent *qzgethostbyname(const char *name) noexcept {
-  if (!name) {
-    errno = EINVAL;
-    return nullptr;
-  }
+hostent *by_name(const char *name) noexcept {
   if (g_seam_byname) return seam_answer(g_seam_byname(name));
   return resolve([name](hostent *ret, char *buf, size_t len, hostent **res, int *herr) {
     return gethostbyname_r(name, ret, buf, len, res, herr);
   });
 }
 
-LL_API struct hostent *qzgethostbyaddr(const char *addr, int len, int type) noexcept {
-  if (!addr || len <= 0) {
-    errno = EINVAL;
-    return nullptr;
-  }
+hostent *by_addr(const char *addr, int len, int type) noexcept {
   if (g_seam_byaddr) return seam_answer(g_seam_byaddr(addr, len, type));
   return resolve([=](hostent *ret, char *buf, size_t blen, hostent **res, int *herr) {
     return gethostbyaddr_r(addr, static_cast<socklen_t>(len), type, ret, buf, blen, res, herr);
   });
 }
 
-}  // extern "C"
+}  // namespace os
+}  // namespace ll::net
