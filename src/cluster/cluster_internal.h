@@ -58,6 +58,14 @@ struct Resolved {
 bool resolve_name(const char *name, Resolved *out) noexcept;
 // The official name and aliases of a resolver answer (a struct hostent).
 bool host_names(const void *answer, Resolved *out) noexcept;
+// host_names for the back-ends, on either system's struct hostent.
+template <class H> bool names_of(const H *h, Resolved *out) noexcept {
+  if (!h || !h->h_name) return false;
+  out->official = h->h_name;
+  out->aliases.clear();
+  for (char **a = h->h_aliases; a && *a && out->aliases.size() < 256; ++a) out->aliases.emplace_back(*a);
+  return true;
+}
 // Official name of a dotted IPv4 address.
 bool resolve_addr4(const char *dotted, std::string *name) noexcept;
 // How a path stands in the file-system table.

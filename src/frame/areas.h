@@ -61,7 +61,6 @@ struct ThreadArea {
   int counter;
   int timeout_ms;
   int flag;
-  void (*child_table_close)(ThreadArea *); // set by the process family
 };
 
 // The library's per-process area.

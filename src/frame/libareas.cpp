@@ -40,7 +40,6 @@ void *proc_init(qz_area_dtor *out) {
 
 void thread_dtor(void *a) {
   auto *t = static_cast<ThreadArea *>(a);
-  if (t->child_table_close) t->child_table_close(t);
   std::free(t->tab1);
   std::free(t->tab2);
   std::free(t->err_text);

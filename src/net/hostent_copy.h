@@ -1,5 +1,6 @@
 // The per-thread copy of a resolver answer, for both back-ends' host records.
 #pragma once
+#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -34,9 +35,19 @@ template <class H> struct HostCopy {
     ent.h_addr_list = addr_ptr.data();
     return &ent;
   }
+  // fill() for a caller that cannot throw: null with errno 135 when memory
+  // runs short.
+  H *keep(const H *src) noexcept {
+    try {
+      return fill(src);
+    } catch (...) {
+      errno = 135;
+      return nullptr;
+    }
+  }
 };
 
-template <class H> bool to_answer(const H *h, Answer &out) {
+template <class H> bool plain_answer(const H *h, Answer &out) {
   if (!h) return false;
   out = Answer{};
   out.name = h->h_name ? h->h_name : "";

@@ -118,12 +118,12 @@ bool local_fresh(int64_t t) {
     if (c.local && t < c.local->expires) return true;
   }
   Answer a;
-  if (!os::resolve_name(getlocalhost(), a)) return false;
+  if (!resolve_name(getlocalhost(), a)) return false;
   auto list = std::make_shared<Names>();
   add_answer(*list, a);
   if (!a.addrs.empty()) {
     Answer r;
-    if (os::resolve_addr(a.addrs[0], a.type, r)) add_answer(*list, r);
+    if (resolve_addr(a.addrs[0], a.type, r)) add_answer(*list, r);
   }
   bool cluster = is_cluster_node();
   if (!cluster) {
@@ -133,7 +133,7 @@ bool local_fresh(int64_t t) {
     for (int i = 0; i < n; ++i, rec += 16) {
       if (family_of(rec) != 2) continue;
       Answer r;
-      if (os::resolve_addr(std::string(reinterpret_cast<const char *>(rec + 4), 4), 2, r)) add_answer(*list, r);
+      if (resolve_addr(std::string(reinterpret_cast<const char *>(rec + 4), 4), 2, r)) add_answer(*list, r);
     }
   }
   add_new(*list, "localhost");
@@ -171,11 +171,11 @@ NamesPtr alias_set(const char *name) {
   }
   Answer a;
   auto list = std::make_shared<Names>();
-  if (os::resolve_name(name, a)) {
+  if (resolve_name(name, a)) {
     add_answer(*list, a);
     for (const std::string &addr : a.addrs) {
       Answer r;
-      if (os::resolve_addr(addr, a.type, r)) add_answer(*list, r);
+      if (resolve_addr(addr, a.type, r)) add_answer(*list, r);
     }
     add_new(*list, name);
   }
@@ -298,7 +298,7 @@ LL_API char *getlocalhost(void) noexcept {
       std::strcpy(c.localhost, "localhost");
     } else {
       Answer a;
-      const std::string &pick = os::resolve_name(host, a) && !a.name.empty() ? a.name : std::string(host);
+      const std::string &pick = resolve_name(host, a) && !a.name.empty() ? a.name : std::string(host);
       std::strncpy(c.localhost, pick.c_str(), sizeof c.localhost - 1);
     }
     for (char *p = c.localhost; *p; ++p)
@@ -346,7 +346,7 @@ LL_API void _qzmo_get_myaddress(struct sockaddr *out) noexcept {
   char host[65] = {};
   if (qzgethostname(host, 64) != 0) return;
   Answer a;
-  if (!os::resolve_name(host, a) || a.addrs.empty() || a.length <= 0 || a.length > 12) return;
+  if (!resolve_name(host, a) || a.addrs.empty() || a.length <= 0 || a.length > 12) return;
   unsigned char *o = reinterpret_cast<unsigned char *>(out);
   uint16_t fam = static_cast<uint16_t>(a.type);
   std::memcpy(o, &fam, 2);

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+struct hostent;
+
 namespace ll::net {
 
 // A resolver answer in plain form.
@@ -28,10 +30,18 @@ using SeamByAddr = void *(*)(const char *addr, int len, int type);
 extern SeamByName g_seam_byname;
 extern SeamByAddr g_seam_byaddr;
 
-namespace os {
 // Through qzmo_gethostbyname / qzmo_gethostbyaddr; false when nothing resolved.
 bool resolve_name(const char *name, Answer &out) noexcept;
 bool resolve_addr(const std::string &addr, int type, Answer &out) noexcept;
+
+namespace os {
+// A resolver answer in plain form (may throw when memory runs short); false
+// for no answer.
+bool to_answer(const hostent *h, Answer &out);
+// The system's resolver (or the test seam), its answer copied to the calling
+// thread's storage; the arguments are checked already.
+hostent *by_name(const char *name) noexcept;
+hostent *by_addr(const char *addr, int len, int type) noexcept;
 // This machine's IPv4 addresses (network order, as 32-bit words in memory
 // order); -1 when memory runs short, else the number found.
 int own_addrs(std::vector<uint32_t> &out) noexcept;

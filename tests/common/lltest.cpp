@@ -52,6 +52,18 @@ std::string self_path() {
 #endif
 }
 
+int open_handles() {
+#ifdef _WIN32
+  DWORD n = 0;
+  GetProcessHandleCount(GetCurrentProcess(), &n);
+  return static_cast<int>(n);
+#else
+  int n = 0;
+  for ([[maybe_unused]] auto &e : fs::directory_iterator("/proc/self/fd")) ++n;
+  return n;
+#endif
+}
+
 static void set_env(const char *name, const char *value) {
 #ifdef _WIN32
   std::string s = std::string(name) + "=" + (value ? value : "");
@@ -72,11 +84,23 @@ ScopedEnv::ScopedEnv(const char *name, const char *value) : name_(name) {
 }
 ScopedEnv::~ScopedEnv() { set_env(name_.c_str(), had_ ? old_.c_str() : nullptr); }
 
-static std::string read_file(const fs::path &p) {
+static std::string read_path(const fs::path &p) {
   std::ifstream in(p, std::ios::binary);
   std::stringstream ss;
   ss << in.rdbuf();
   return ss.str();
+}
+
+std::string read_file(const std::string &path) { return read_path(fs::u8path(path)); }
+
+std::string hex(const std::string &bytes) {
+  static const char digits[] = "0123456789abcdef";
+  std::string out;
+  for (unsigned char c : bytes) {
+    out += digits[c >> 4];
+    out += digits[c & 15];
+  }
+  return out;
 }
 
 static std::string without_cr(std::string s) {
@@ -190,9 +214,9 @@ ChildResult run_program(const std::string &path, const std::vector<std::string> 
   }
 #endif
   while (!saved.empty()) saved.pop_back();  // restored in reverse order
-  r.out_raw = read_file(out);
+  r.out_raw = read_path(out);
   r.out = without_cr(r.out_raw);
-  r.err = without_cr(read_file(err));
+  r.err = without_cr(read_path(err));
   return r;
 }
 
@@ -221,7 +245,7 @@ void TempDir::write(const std::string &name, const std::string &content) const {
   o << content;
 }
 
-std::string TempDir::read(const std::string &name) const { return read_file(fs::u8path(file(name))); }
+std::string TempDir::read(const std::string &name) const { return read_file(file(name)); }
 
 }  // namespace lltest
 

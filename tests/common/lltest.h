@@ -48,6 +48,15 @@ ChildResult run_child(const std::string &name, const std::vector<std::string> &a
 // Path of the running test binary.
 std::string self_path();
 
+// Open descriptors (POSIX) or handles (Windows) of this process.
+int open_handles();
+
+// The bytes of a file (a UTF-8 path); empty when it cannot be read.
+std::string read_file(const std::string &path);
+
+// Bytes as lower-case hexadecimal, two digits each.
+std::string hex(const std::string &bytes);
+
 // A fresh temporary folder, removed with everything in it on destruction.
 class TempDir {
  public:

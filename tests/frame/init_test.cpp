@@ -27,15 +27,7 @@ void latin1_locale() {
     std::setlocale(LC_ALL, "en_US.ISO-8859-1");
 }
 
-std::string hex(const char *s) {
-  std::string out;
-  char b[4];
-  for (; *s; ++s) {
-    std::snprintf(b, sizeof b, "%02x", static_cast<unsigned char>(*s));
-    out += b;
-  }
-  return out;
-}
+using lltest::hex;
 
 }  // namespace
 

@@ -15,7 +15,6 @@
 #ifdef _WIN32
 #include <windows.h>
 #else
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -117,17 +116,6 @@ void deep_tree(const std::string &root, const std::string &comp, int n, bool mak
 }
 #endif
 
-#ifndef _WIN32
-int open_descriptors() {
-  int n = 0;
-  if (DIR *d = opendir("/proc/self/fd")) {
-    while (readdir(d)) ++n;
-    closedir(d);
-  }
-  return n;
-}
-#endif
-
 TEST(Dtree, VisitsInNameOrderWithPreAndPost) {
   lltest::TempDir t;
   std::string r = t.path();
@@ -191,7 +179,7 @@ TEST(Dtree, RootsAndBadArguments) {
 TEST(Dtree, DeepWideAndChangingTrees) {
   lltest::TempDir t;
 #ifndef _WIN32
-  int fds = open_descriptors();
+  int fds = lltest::open_handles();
 #endif
   // Deep: more than 4096 bytes of name below the root. Wine keeps every
   // name as a whole host path, so there the tree stays below the host's
@@ -240,7 +228,7 @@ TEST(Dtree, DeepWideAndChangingTrees) {
   EXPECT_EQ(g.lines, (std::vector<std::string>{"1 1 0 ", "1 1 1 /x", "0 0 2 /x/a", gone, "0 0 2 /x/kept", "2 1 1 /x",
                                                "2 1 0 "}));
 #ifndef _WIN32
-  EXPECT_EQ(open_descriptors(), fds);
+  EXPECT_EQ(lltest::open_handles(), fds);
 #endif
 }
 
@@ -348,7 +336,7 @@ TEST(Dtree, OddNamesAndAnswers) {
   mkdir_p(r + "/\xff/a\xc3/b/c/d/e/f");
   t.write("\xff/a\xc3/\xfe", "");
   ASSERT_EQ(symlink(".", (r + "/\xff/self").c_str()), 0);
-  const int fds = open_descriptors();
+  const int fds = lltest::open_handles();
   Seen s;
   walk(r, 0, s);
   EXPECT_EQ(std::vector<std::string>(s.lines.begin(), s.lines.begin() + 4),
@@ -360,7 +348,7 @@ TEST(Dtree, OddNamesAndAnswers) {
     int rc = 0;
     walk(r, 0, st, &rc);
     EXPECT_EQ(rc, 7);
-    EXPECT_EQ(open_descriptors(), fds) << stop_at;
+    EXPECT_EQ(lltest::open_handles(), fds) << stop_at;
   }
   // A link handler's unknown answer reports the link; a loop is never
   // entered even when its handler says to follow.
@@ -375,7 +363,7 @@ TEST(Dtree, OddNamesAndAnswers) {
   walk(r + "/\xff", QZ_DTW_FOLLOW, loop);
   qz_dtree_sethandler(QZ_DTK_LOOP, nullptr);
   EXPECT_EQ(std::count(loop.lines.begin(), loop.lines.end(), "0 6 1 /self"), 1);
-  EXPECT_EQ(open_descriptors(), fds);
+  EXPECT_EQ(lltest::open_handles(), fds);
 }
 
 LLTEST_CHILD(dtree_unprivileged) {

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,13 +35,6 @@ inline int my_tid() {
 #else
   return static_cast<int>(gettid());
 #endif
-}
-
-inline std::string slurp(const std::string &path) {
-  std::ifstream f(path, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
 }
 
 // Written whole or not at all, so a polling reader never sees half of it.
@@ -97,7 +89,7 @@ class Child {
 
 inline int pid_of(const std::string &dir) {
   if (!wait_for(dir + "/pid")) return -1;
-  return std::stoi(slurp(dir + "/pid"));
+  return std::stoi(lltest::read_file(dir + "/pid"));
 }
 
 #ifdef _WIN32

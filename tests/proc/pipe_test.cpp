@@ -67,7 +67,7 @@ TEST(Pipe, EndsCarryDataAndStayOutOfChildren) {
 }
 
 TEST(Popen, ReadAndWriteModes) {
-  const int before = proctest::open_handles();
+  const int before = lltest::open_handles();
   FILE *r = popen(self_command("say hello 1").c_str(), "rb");  // only the first letter counts
   ASSERT_NE(r, nullptr);
   EXPECT_EQ(read_stream(r), "hello\n");
@@ -77,7 +77,7 @@ TEST(Popen, ReadAndWriteModes) {
   ASSERT_NE(w, nullptr);
   for (int i = 0; i < 1000; ++i) std::fputs("0123456789", w);
   EXPECT_EQ(pclose(w), (10000 % 256) << 8);
-  EXPECT_EQ(proctest::open_handles(), before);
+  EXPECT_EQ(lltest::open_handles(), before);
 }
 
 TEST(Popen, BadInput) {

@@ -22,7 +22,6 @@
 #  include <io.h>
 #  include <windows.h>
 #else
-#  include <dirent.h>
 #  include <fcntl.h>
 #  include <signal.h>
 #  include <spawn.h>
@@ -49,22 +48,6 @@ inline Argv child_argv(const std::string &name, const std::vector<std::string> &
   a.words = {lltest::self_path(), "--lltest-child", name};
   a.words.insert(a.words.end(), args.begin(), args.end());
   return a;
-}
-
-// Open descriptors (POSIX) or handles (Windows) of this process.
-inline int open_handles() {
-#ifdef _WIN32
-  DWORD n = 0;
-  GetProcessHandleCount(GetCurrentProcess(), &n);
-  return static_cast<int>(n);
-#else
-  int n = 0;
-  if (DIR *d = opendir("/proc/self/fd")) {
-    while (readdir(d)) ++n;
-    closedir(d);
-  }
-  return n;
-#endif
 }
 
 inline int write_fd(int fd, const std::string &s) {

@@ -12,6 +12,7 @@
 
 #include "events_util.h"
 #include "lltest.h"
+#include "notify_listener.h"
 #include <liblocal/frame.h>
 #include <liblocal/service.h>
 
@@ -27,90 +28,12 @@ void stop_handler(int sig) { evtest::put(std::string(g_dir) + "/handler", std::t
 }  // namespace
 
 #ifndef _WIN32
-#include <poll.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 extern "C" void llt_svc_paths(const char *client, const char *unit_dir);
 
-namespace {
-
-// A notify socket that treats datagrams as the service manager does: without
-// credentials, longer than 4096 bytes, truncated or holding a NUL, they are
-// dropped. Keeps the accepted ones with the sender's pid.
-class Listener {
- public:
-  explicit Listener(const std::string &path) : path_(path) {
-    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un a{};
-    a.sun_family = AF_UNIX;
-    std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
-    const int one = 1;
-    setsockopt(fd_, SOL_SOCKET, SO_PASSCRED, &one, sizeof one);
-    ok_ = bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a) == 0;
-    th_ = std::thread([this] { run(); });
-  }
-  ~Listener() {
-    done_ = true;
-    th_.join();
-    close(fd_);
-  }
-  bool ok() const { return ok_; }
-  // The messages 'pid' sent, without the keep-alives.
-  std::vector<std::string> from(int pid) {
-    std::lock_guard<std::mutex> g(lock_);
-    std::vector<std::string> out;
-    for (const auto &m : msgs_)
-      if (m.first == pid && m.second != "WATCHDOG=1\n") out.push_back(m.second);
-    return out;
-  }
-  int first_sender() {
-    std::lock_guard<std::mutex> g(lock_);
-    return msgs_.empty() ? 0 : msgs_.front().first;
-  }
-  int keepalives() {
-    std::lock_guard<std::mutex> g(lock_);
-    int n = 0;
-    for (const auto &m : msgs_) n += m.second == "WATCHDOG=1\n";
-    return n;
-  }
-
- private:
-  void run() {
-    while (!done_) {
-      pollfd p{fd_, POLLIN, 0};
-      if (poll(&p, 1, 20) <= 0) continue;
-      char buf[4097];
-      iovec iov{buf, sizeof buf};
-      alignas(cmsghdr) char ctl[CMSG_SPACE(sizeof(ucred)) + 64];
-      msghdr m{};
-      m.msg_iov = &iov;
-      m.msg_iovlen = 1;
-      m.msg_control = ctl;
-      m.msg_controllen = sizeof ctl;
-      const ssize_t n = recvmsg(fd_, &m, MSG_TRUNC);
-      if (n <= 0 || n > 4096 || (m.msg_flags & (MSG_TRUNC | MSG_CTRUNC))) continue;
-      if (std::memchr(buf, 0, static_cast<size_t>(n))) continue;
-      const ucred *cr = nullptr;
-      for (cmsghdr *c = CMSG_FIRSTHDR(&m); c; c = CMSG_NXTHDR(&m, c))
-        if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SCM_CREDENTIALS) cr = reinterpret_cast<ucred *>(CMSG_DATA(c));
-      if (!cr) continue;
-      std::lock_guard<std::mutex> g(lock_);
-      msgs_.emplace_back(cr->pid, std::string(buf, static_cast<size_t>(n)));
-    }
-  }
-  std::string path_;
-  int fd_ = -1;
-  bool ok_ = false;
-  std::atomic<bool> done_{false};
-  std::mutex lock_;
-  std::vector<std::pair<int, std::string>> msgs_;
-  std::thread th_;
-};
-
-}  // namespace
+using Listener = lltest::NotifyListener;
 
 LLTEST_CHILD(svc_probe) { return RunByService() == 0 && !std::getenv("NOTIFY_SOCKET") ? 0 : 1; }
 
@@ -165,12 +88,12 @@ TEST(Service, NotifyProtocolFromStartToStop) {
     // The listener's thread may still be taking the last datagram in.
     int pid = 0;
     for (int i = 0; i < 200; ++i) {
-      pid = evtest::exists(dir.file("pid")) ? std::stoi(evtest::slurp(dir.file("pid"))) : l.first_sender();
+      pid = evtest::exists(dir.file("pid")) ? std::stoi(lltest::read_file(dir.file("pid"))) : l.first_sender();
       if (l.from(pid).size() >= c.msgs.size()) break;
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_EQ(l.from(pid), c.msgs) << c.mode;
-    EXPECT_EQ(evtest::slurp(dir.file("handler")), "9") << c.mode;
+    EXPECT_EQ(lltest::read_file(dir.file("handler")), "9") << c.mode;
   }
 }
 
@@ -199,7 +122,7 @@ struct FakeClient {
     llt_svc_times(0, 0, 0, 50);
   }
   ~FakeClient() { llt_svc_paths("/bin/systemctl", "/etc/systemd/system"); }
-  std::string log() const { return evtest::slurp(dir.file("log")); }
+  std::string log() const { return lltest::read_file(dir.file("log")); }
 };
 }  // namespace
 
@@ -229,7 +152,7 @@ TEST(Service, InstallAndRemoveWriteTheUnitFile) {
   std::string words[] = {"prog", "-add", "--flag", "two words", "50%\"$"};
   char *argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), words[4].data(), nullptr};
   EXPECT_EQ(SvcInstalling2(5, argv, "llsvc", "Test Display", 1), 1);
-  const std::string text = evtest::slurp(unit);
+  const std::string text = lltest::read_file(unit);
   EXPECT_NE(text.find("Description=Test Display\n"), std::string::npos) << text;
   EXPECT_NE(text.find("ExecStart=\"" + lltest::self_path() + "\" \"--flag\" \"two words\" \"50%%\\\"$$\"\n"),
             std::string::npos)
@@ -263,7 +186,7 @@ LLTEST_CHILD(svc_win) {
   std::string words;
   for (int i = 0; i < argc; ++i) words += std::string(i ? " " : "") + argv[i];
   evtest::put(std::string(g_dir) + "/args", words);
-  const bool never = evtest::slurp(std::string(g_dir) + "/mode") == "never";
+  const bool never = lltest::read_file(std::string(g_dir) + "/mode") == "never";
   qzinit("svcwin");
   if (never) llt_svc_times(1, 300, 200, 0);
   regevent(9, stop_handler);
@@ -345,14 +268,14 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
   evtest::put(dir.file("mode"), "run");
   EXPECT_EQ(start_service(kName, 60), 0);
   EXPECT_EQ(is_service_running(kName), 1);
-  EXPECT_EQ(evtest::slurp(dir.file("registered")), "1");
-  EXPECT_EQ(evtest::slurp(dir.file("args")), dir.path() + " extra");
+  EXPECT_EQ(lltest::read_file(dir.file("registered")), "1");
+  EXPECT_EQ(lltest::read_file(dir.file("args")), dir.path() + " extra");
   EXPECT_TRUE(svc.control(SERVICE_CONTROL_PAUSE));
   EXPECT_TRUE(svc.reaches(SERVICE_PAUSED));
   EXPECT_TRUE(svc.control(SERVICE_CONTROL_CONTINUE));
   EXPECT_TRUE(svc.reaches(SERVICE_RUNNING));
   EXPECT_EQ(stop_service(kName, 60), 0);
-  EXPECT_EQ(evtest::slurp(dir.file("handler")), "9");
+  EXPECT_EQ(lltest::read_file(dir.file("handler")), "9");
   EXPECT_EQ(svc.status().dwWin32ExitCode, 0u);
   EXPECT_EQ(is_service_running(kName), 0);
 
@@ -370,7 +293,7 @@ TEST(Service, WindowsServiceFromInstallToRemoval) {
   EXPECT_EQ(start_service(kName, 1), -1);
   EXPECT_TRUE(svc.reaches(SERVICE_STOPPED));
   EXPECT_EQ(svc.status().dwWin32ExitCode, 1053u);
-  EXPECT_EQ(evtest::slurp(dir.file("handler")), "9");
+  EXPECT_EQ(lltest::read_file(dir.file("handler")), "9");
   }  // the manager deletes a service once no handle to it is open
 
   std::string rem = "-rem";

@@ -92,14 +92,17 @@ LLTEST_CHILD(shmem_adder) {
   return o ? 4 : 0;
 }
 
-LLTEST_CHILD(shmem_reader) {
+// Maps the object and checks the counter's 4242: 0, 3, or 10 + the error's number.
+int read_counter(const char *name) {
   shmem_obj *o = nullptr;
-  qzerror *e = shmem_map(argv[0], kSize, 0, &o);
+  qzerror *e = shmem_map(name, kSize, 0, &o);
   if (e) return 10 + number_of(e) % 100;
   const int v = *at<int32_t>(o, kCounter);
   o->ops->release(&o);
   return v == 4242 ? 0 : 3;
 }
+
+LLTEST_CHILD(shmem_reader) { return read_counter(argv[0]); }
 
 LLTEST_CHILD(shmem_recreate) {
   Debug = 1;
@@ -281,12 +284,7 @@ bool exists(const std::string &p) {
 
 LLTEST_CHILD(shmem_as_nobody) {
   if (setgid(65534) != 0 || setuid(65534) != 0) return 2;
-  shmem_obj *o = nullptr;
-  qzerror *e = shmem_map(argv[0], kSize, 0, &o);
-  if (e) return 10 + number_of(e) % 100;
-  const int v = *at<int32_t>(o, kCounter);
-  o->ops->release(&o);
-  return v == 4242 ? 0 : 3;
+  return read_counter(argv[0]);
 }
 
 TEST(ShmemPosix, OwnerOnlyUntilSecured) {

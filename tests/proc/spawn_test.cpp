@@ -36,7 +36,7 @@ extern char **environ;
 
 using proctest::ChildRun;
 using proctest::child_argv;
-using proctest::open_handles;
+using lltest::open_handles;
 using proctest::run;
 
 // ---------------------------------------------------------------- children

@@ -18,15 +18,7 @@ std::u16string wide(const char *s) {
   utf8_mbstowcs(w.data(), s, w.size());
   return std::u16string(reinterpret_cast<const char16_t *>(w.data()));
 }
-std::string hex(const std::string &s) {
-  std::string out;
-  char b[4];
-  for (unsigned char c : s) {
-    std::snprintf(b, sizeof b, "%02x", c);
-    out += b;
-  }
-  return out;
-}
+using lltest::hex;
 }  // namespace
 
 TEST(Utf8, SingleSequences) {

@@ -18,13 +18,12 @@
 #include <windows.h>
 #else
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 #endif
 
 #include "lltest.h"
+#include "notify_listener.h"
 #include "tool_run.h"
 
 namespace fs = std::filesystem;
@@ -329,70 +328,23 @@ TEST(Save, AStoreThatCannotBeWrittenFailsOnlyTheSave) {
 }
 
 #ifndef _WIN32
-// The service manager's end of the notify protocol: a datagram socket bound
-// by the test; a message counts only with its sender's credentials.
-class NotifyListener {
- public:
-  explicit NotifyListener(const std::string &path) : path_(path) {
-    fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un a{};
-    a.sun_family = AF_UNIX;
-    std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
-    const int one = 1;
-    setsockopt(fd_, SOL_SOCKET, SO_PASSCRED, &one, sizeof one);
-    EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&a), sizeof a), 0);
-  }
-  ~NotifyListener() { close(fd_); }
-  const std::string &path() const { return path_; }
-  // Waits up to 'ms' for a message holding 'line' and answers its sender
-  // (0: none came); every message read is kept in 'seen'.
-  int wait_for(const std::string &line, int ms = 10000) {
-    for (auto t0 = std::chrono::steady_clock::now();
-         std::chrono::steady_clock::now() - t0 < std::chrono::milliseconds(ms);) {
-      pollfd p{fd_, POLLIN, 0};
-      if (poll(&p, 1, 50) <= 0) continue;
-      char buf[4096];
-      iovec iov{buf, sizeof buf};
-      alignas(cmsghdr) char ctl[CMSG_SPACE(sizeof(ucred))];
-      msghdr m{};
-      m.msg_iov = &iov;
-      m.msg_iovlen = 1;
-      m.msg_control = ctl;
-      m.msg_controllen = sizeof ctl;
-      ssize_t n = recvmsg(fd_, &m, 0);
-      cmsghdr *c = CMSG_FIRSTHDR(&m);
-      if (n <= 0 || !c || c->cmsg_type != SCM_CREDENTIALS) continue;
-      ucred cr;
-      std::memcpy(&cr, CMSG_DATA(c), sizeof cr);
-      std::string text(buf, static_cast<size_t>(n));
-      seen += text;
-      if (("\n" + text).find("\n" + line + "\n") != std::string::npos) return cr.pid;
-    }
-    return 0;
-  }
-  std::string seen;
-
- private:
-  std::string path_;
-  int fd_ = -1;
-};
-
 TEST(Save, ServesUnderTheServiceManager) {
   lltest::TempDir t;
-  NotifyListener manager(t.file("notify"));
+  lltest::NotifyListener manager(t.file("notify"));
+  ASSERT_TRUE(manager.ok());
   put(u8(t.file("src")) / "f", "service");
   Server srv({}, "NOTIFY_SOCKET=" + manager.path());
   const int pid = srv.pid();
-  EXPECT_EQ(manager.wait_for("READY=1"), pid) << manager.seen;
+  EXPECT_EQ(manager.wait_for("READY=1"), pid) << manager.seen();
   tooltest::Result saved = run({"save", srv.addr(), t.file("src")});
   EXPECT_EQ(saved.exit_code, 0) << saved.err;
   tooltest::Result back = run({"restore", srv.addr(), first_line(saved.out), t.file("back")});
   EXPECT_EQ(back.exit_code, 0) << back.err;
   EXPECT_EQ(srv.stop(), 0);
-  EXPECT_EQ(manager.wait_for("STOPPING=1", 2000), pid) << manager.seen;
+  EXPECT_EQ(manager.wait_for("STOPPING=1", 2000), pid) << manager.seen();
   // Handlers never speak to the manager, and a clean stop reports no error.
   EXPECT_EQ(manager.wait_for("READY=1", 200), 0);
-  EXPECT_EQ(manager.seen.find("EXIT_STATUS"), std::string::npos) << manager.seen;
+  EXPECT_EQ(manager.seen().find("EXIT_STATUS"), std::string::npos) << manager.seen();
 }
 
 bool private_mounts() {

@@ -1,8 +1,6 @@
 #include "tool_run.h"
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "lltest.h"
 
@@ -16,13 +14,6 @@ std::string tool_path() {
   fs::path p = u8(lltest::self_path()).parent_path() / (lltest::kWindows ? "llocal.exe" : "llocal");
   auto s = p.u8string();
   return std::string(s.begin(), s.end());
-}
-
-std::string read_file(const std::string &path) {
-  std::ifstream in(u8(path), std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
 }
 
 bool file_exists(const std::string &path) {

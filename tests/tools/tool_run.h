@@ -17,8 +17,7 @@ Result run(const std::vector<std::string> &args, const std::string &input = "", 
 // Path of the built llocal.
 std::string tool_path();
 
-// Whole-file read (binary).
-std::string read_file(const std::string &path);
+using lltest::read_file;
 bool file_exists(const std::string &path);
 // The names in a folder.
 std::vector<std::string> list_dir(const std::string &dir);

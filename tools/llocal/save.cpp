@@ -71,6 +71,16 @@ class Meter {
 
 // ---------------------------------------------------------------- connecting
 
+// The text of an error frame.
+std::string error_text(const Frame &f) {
+  Reader r(f.payload.data(), f.payload.size());
+  uint32_t code = 0;
+  size_t n = 0;
+  r.u32(code);
+  const unsigned char *text = r.rest(n);
+  return std::string(reinterpret_cast<const char *>(text), n);
+}
+
 bool open_session(const std::string &where, uint8_t op, const qzui *id, std::unique_ptr<net::Conn> &conn) {
   net::Address addr;
   std::string why;
@@ -95,25 +105,10 @@ bool open_session(const std::string &where, uint8_t op, const qzui *id, std::uni
     return false;
   }
   if (f.type == proto::kError) {
-    Reader r(f.payload.data(), f.payload.size());
-    uint32_t code = 0;
-    size_t n = 0;
-    r.u32(code);
-    const unsigned char *text = r.rest(n);
-    error("%s: the server refused: %.*s\n", where.c_str(), static_cast<int>(n), reinterpret_cast<const char *>(text));
+    error("%s: the server refused: %s\n", where.c_str(), error_text(f).c_str());
     return false;
   }
   return f.type == proto::kOk;
-}
-
-// The text of an error frame.
-std::string error_text(const Frame &f) {
-  Reader r(f.payload.data(), f.payload.size());
-  uint32_t code = 0;
-  size_t n = 0;
-  r.u32(code);
-  const unsigned char *text = r.rest(n);
-  return std::string(reinterpret_cast<const char *>(text), n);
 }
 
 std::string id_text(const qzui &id) {
@@ -123,34 +118,35 @@ std::string id_text(const qzui &id) {
 }
 
 
-// ---------------------------------------------------------------- sending
+// ---------------------------------------------------------------- the pipeline
 
-// Frames go out in the order they were made; blocks are compressed (and
-// their CRC taken) by worker threads meanwhile, at most kDepth in flight.
-class Sender {
+// Items kept in the order they were queued. Those queued as work are handed
+// to up to four worker threads, each with its own Work (a function object
+// that makes an item ready); the others are ready at once. An item leaves
+// the head only when it is ready. Items are recycled, not freed.
+template <class Item, class Work>
+class Pipeline {
  public:
-  explicit Sender(net::Conn &c) : c_(c) {
+  Pipeline() {
     qz_mtx_create(&m_);
     qz_cond_create(&work_);
     qz_cond_create(&done_);
     int n = get_num_processors();
-    workers_ = n < 1 ? 1 : n > 4 ? 4 : n;
-    for (int i = 0; i < workers_; ++i) {
+    n = n < 1 ? 1 : n > 4 ? 4 : n;
+    for (int i = 0; i < n; ++i) {
       qz_thr_t *t = nullptr;
       if (qz_thr_create(&t, run, this)) threads_.push_back(t);
     }
   }
-  ~Sender() {
+  ~Pipeline() {
     qz_mtx_lock(m_);
     stop_ = true;
     qz_mtx_unlock(m_);
-    for (size_t i = 0; i < threads_.size(); ++i) qz_cond_signal(work_);
     for (qz_thr_t *t : threads_) {
       // A worker waiting for work sees the stop; wake each until all are gone.
-      int nowait = 0;
-      while (true) {
+      for (;;) {
         qz_cond_signal(work_);
-        nowait = 1;
+        int nowait = 1;
         qz_thr_wait(t, nullptr, &nowait);
         if (nowait) break;
         delay(1);
@@ -160,48 +156,114 @@ class Sender {
     qz_cond_destroy(work_);
     qz_cond_destroy(done_);
     qz_mtx_destroy(m_);
-    for (Job *j : order_) delete j;
-    for (Job *j : spare_) delete j;
-    delete next_;
+    for (Item *it : order_) delete it;
+    for (Item *it : spare_) delete it;
+  }
+  Pipeline(const Pipeline &) = delete;
+  Pipeline &operator=(const Pipeline &) = delete;
+
+  // An item to fill; hand it to push() or back to recycle().
+  Item *take() {
+    qz_mtx_lock(m_);
+    Item *it = nullptr;
+    if (!spare_.empty()) {
+      it = spare_.back();
+      spare_.pop_back();
+    }
+    qz_mtx_unlock(m_);
+    return it ? it : new Item;
+  }
+  void push(Item *it, bool work) {
+    qz_mtx_lock(m_);
+    it->ready = !work;
+    order_.push_back(it);
+    if (work) todo_.push_back(it);
+    qz_mtx_unlock(m_);
+    if (work) qz_cond_signal(work_);
+  }
+  // The oldest item once it is ready, when more than 'keep' are queued
+  // (waiting for it then); null otherwise. Give it back with recycle().
+  Item *next(size_t keep) {
+    qz_mtx_lock(m_);
+    while (order_.size() > keep && !order_.front()->ready) qz_cond_wait(done_, m_);
+    Item *it = nullptr;
+    if (!order_.empty() && order_.front()->ready) {
+      it = order_.front();
+      order_.pop_front();
+    }
+    qz_mtx_unlock(m_);
+    return it;
+  }
+  void recycle(Item *it) {
+    qz_mtx_lock(m_);
+    spare_.push_back(it);
+    qz_mtx_unlock(m_);
+  }
+
+ private:
+  static void *run(void *arg) {
+    Pipeline *p = static_cast<Pipeline *>(arg);
+    Work work;
+    for (;;) {
+      qz_mtx_lock(p->m_);
+      while (p->todo_.empty() && !p->stop_) qz_cond_wait(p->work_, p->m_);
+      if (p->todo_.empty()) {
+        qz_mtx_unlock(p->m_);
+        break;
+      }
+      Item *it = p->todo_.front();
+      p->todo_.pop_front();
+      qz_mtx_unlock(p->m_);
+      work(*it);
+      qz_mtx_lock(p->m_);
+      it->ready = true;
+      qz_mtx_unlock(p->m_);
+      qz_cond_signal(p->done_);  // one waiter: the thread that queued it
+    }
+    T_threadexit();
+    return nullptr;
+  }
+
+  qz_mtx_t *m_ = nullptr;
+  qz_cond_t *work_ = nullptr, *done_ = nullptr;
+  std::vector<qz_thr_t *> threads_;
+  std::deque<Item *> order_, todo_;
+  std::vector<Item *> spare_;
+  bool stop_ = false;
+};
+
+// ---------------------------------------------------------------- sending
+
+// Frames go out in the order they were made; blocks are compressed (and
+// their CRC taken) by worker threads meanwhile, at most kDepth in flight.
+class Sender {
+ public:
+  explicit Sender(net::Conn &c) : c_(c) {}
+  ~Sender() {
+    if (next_) jobs_.recycle(next_);
   }
   Sender(const Sender &) = delete;
   Sender &operator=(const Sender &) = delete;
 
   // A buffer of kMaxBlock bytes to read a block into; hand it to block().
   std::vector<unsigned char> &buffer() {
-    if (!next_) next_ = take_job();
+    if (!next_) next_ = jobs_.take();
     return next_->in;
   }
   bool block(uint32_t n) {
     Job *j = next_;
     next_ = nullptr;
     j->n = n;
-    if (n < kInline) {
-      // A small block costs less to compress here than to hand over.
-      w_.b.clear();
-      proto::make_block(j->in.data(), n, w_);
-      proto::build(proto::kBlock, w_.b.data(), w_.b.size(), j->out);
-      j->ready = true;
-      qz_mtx_lock(m_);
-      order_.push_back(j);
-      qz_mtx_unlock(m_);
-      return drain(kDepth);
-    }
-    j->ready = false;
-    qz_mtx_lock(m_);
-    order_.push_back(j);
-    todo_.push_back(j);
-    qz_mtx_unlock(m_);
-    qz_cond_signal(work_);
+    // A small block costs less to compress here than to hand over.
+    bool small = n < kInline;
+    if (small) compress_(*j);
+    jobs_.push(j, !small);
     return drain(kDepth);
   }
   bool frame(uint8_t type, const void *payload, size_t len) {
-    Job *j = take_job();
+    Job *j = jobs_.take();
     proto::build(type, payload, len, j->out);
-    j->ready = true;
-    qz_mtx_lock(m_);
-    order_.push_back(j);
-    qz_mtx_unlock(m_);
+    jobs_.push(j, false);
     return drain(kDepth);
   }
   // Sends everything made so far.
@@ -217,31 +279,18 @@ class Sender {
     uint32_t n = 0;
     bool ready = false;
   };
-
-  Job *take_job() {
-    qz_mtx_lock(m_);
-    Job *j = nullptr;
-    if (!spare_.empty()) {
-      j = spare_.back();
-      spare_.pop_back();
+  struct Compress {
+    Writer w;  // the block payload, kept for its room
+    void operator()(Job &j) {
+      w.b.clear();
+      proto::make_block(j.in.data(), j.n, w);
+      proto::build(proto::kBlock, w.b.data(), w.b.size(), j.out);
     }
-    qz_mtx_unlock(m_);
-    return j ? j : new Job;
-  }
+  };
 
   // Sends finished frames from the head until at most 'keep' remain.
   bool drain(size_t keep) {
-    for (;;) {
-      qz_mtx_lock(m_);
-      while (!order_.empty() && !order_.front()->ready && order_.size() > keep) qz_cond_wait(done_, m_);
-      Job *j = !order_.empty() && order_.front()->ready ? order_.front() : nullptr;
-      if (j) order_.pop_front();
-      qz_mtx_unlock(m_);
-      if (!j) {
-        // Small frames wait for company until the end of the save.
-        if (keep == 0) send_pending();
-        return ok_;
-      }
+    while (Job *j = jobs_.next(keep)) {
       if (j->out.size() >= kBatch) {
         send_pending();
         if (ok_) ok_ = c_.send_raw(j->out.data(), j->out.size());
@@ -251,10 +300,11 @@ class Sender {
       }
       // The server speaks during a save only to refuse it: stop sending then.
       if (ok_ && ++sent_ % 64 == 0 && c_.readable()) ok_ = false;
-      qz_mtx_lock(m_);
-      spare_.push_back(j);
-      qz_mtx_unlock(m_);
+      jobs_.recycle(j);
     }
+    // Small frames wait for company until the end of the save.
+    if (keep == 0) send_pending();
+    return ok_;
   }
 
   // Small frames go out together, a batch at a time.
@@ -263,42 +313,12 @@ class Sender {
     pend_.clear();
   }
 
-  static void *run(void *arg) {
-    Sender *s = static_cast<Sender *>(arg);
-    Writer w;
-    for (;;) {
-      qz_mtx_lock(s->m_);
-      while (s->todo_.empty() && !s->stop_) qz_cond_wait(s->work_, s->m_);
-      if (s->todo_.empty()) {
-        qz_mtx_unlock(s->m_);
-        break;
-      }
-      Job *j = s->todo_.front();
-      s->todo_.pop_front();
-      qz_mtx_unlock(s->m_);
-      w.b.clear();
-      proto::make_block(j->in.data(), j->n, w);
-      proto::build(proto::kBlock, w.b.data(), w.b.size(), j->out);
-      qz_mtx_lock(s->m_);
-      j->ready = true;
-      qz_mtx_unlock(s->m_);
-      qz_cond_signal(s->done_);
-    }
-    T_threadexit();
-    return nullptr;
-  }
-
   net::Conn &c_;
-  qz_mtx_t *m_ = nullptr;
-  qz_cond_t *work_ = nullptr, *done_ = nullptr;
-  std::vector<qz_thr_t *> threads_;
-  int workers_ = 1;
-  std::deque<Job *> order_, todo_;
-  std::vector<Job *> spare_;
+  Pipeline<Job, Compress> jobs_;
   Job *next_ = nullptr;
-  bool stop_ = false, ok_ = true;
+  Compress compress_;  // the walking thread's own
+  bool ok_ = true;
   unsigned sent_ = 0;
-  Writer w_;  // the walking thread's block payload
   std::vector<unsigned char> pend_;
 };
 
@@ -517,125 +537,25 @@ std::string parent_of(const std::string &path) {
 }
 
 // Frames of a restore in the order they came; block frames are opened
-// (decoded, CRC checked) by worker threads meanwhile, at most kDepth ahead
-// of the frame in use.
-class Receiver {
- public:
-  struct Item {
-    Frame f;
-    std::vector<unsigned char> out;
-    proto::Block b;
-    bool parsed = false;  // the block frame's fields hold
-    bool opened = false;  // ... and its bytes decoded and checked
-    bool ready = false;
-  };
-  static constexpr size_t kDepth = 16;
-
-  Receiver() {
-    qz_mtx_create(&m_);
-    qz_cond_create(&work_);
-    qz_cond_create(&done_);
-    int n = get_num_processors();
-    n = n < 1 ? 1 : n > 4 ? 4 : n;
-    for (int i = 0; i < n; ++i) {
-      qz_thr_t *t = nullptr;
-      if (qz_thr_create(&t, run, this)) threads_.push_back(t);
-    }
-  }
-  ~Receiver() {
-    qz_mtx_lock(m_);
-    stop_ = true;
-    qz_mtx_unlock(m_);
-    for (qz_thr_t *t : threads_) {
-      for (;;) {
-        qz_cond_signal(work_);
-        int nowait = 1;
-        qz_thr_wait(t, nullptr, &nowait);
-        if (nowait) break;
-        delay(1);
-      }
-      qz_thr_destroy(t);
-    }
-    qz_cond_destroy(work_);
-    qz_cond_destroy(done_);
-    qz_mtx_destroy(m_);
-    for (Item *it : order_) delete it;
-    for (Item *it : spare_) delete it;
-  }
-  Receiver(const Receiver &) = delete;
-  Receiver &operator=(const Receiver &) = delete;
-
-  // An item to receive the next frame into; hand it to push().
-  Item *slot() {
-    qz_mtx_lock(m_);
-    Item *it = nullptr;
-    if (!spare_.empty()) {
-      it = spare_.back();
-      spare_.pop_back();
-    }
-    qz_mtx_unlock(m_);
-    return it ? it : new Item;
-  }
-  void push(Item *it) {
-    bool block = it->f.type == proto::kBlock;
-    it->ready = !block;
-    qz_mtx_lock(m_);
-    order_.push_back(it);
-    if (block) todo_.push_back(it);
-    qz_mtx_unlock(m_);
-    if (block) qz_cond_signal(work_);
-  }
-  // The oldest frame once it is ready, when more than 'keep' are queued
-  // (waiting for it then); null otherwise. Give it back with recycle().
-  Item *next(size_t keep) {
-    qz_mtx_lock(m_);
-    while (order_.size() > keep && !order_.front()->ready) qz_cond_wait(done_, m_);
-    Item *it = nullptr;
-    if (order_.size() > keep || (!order_.empty() && order_.front()->ready)) {
-      it = order_.front();
-      order_.pop_front();
-    }
-    qz_mtx_unlock(m_);
-    return it;
-  }
-  void recycle(Item *it) {
-    qz_mtx_lock(m_);
-    spare_.push_back(it);
-    qz_mtx_unlock(m_);
-  }
-
- private:
-  static void *run(void *arg) {
-    Receiver *r = static_cast<Receiver *>(arg);
-    for (;;) {
-      qz_mtx_lock(r->m_);
-      while (r->todo_.empty() && !r->stop_) qz_cond_wait(r->work_, r->m_);
-      if (r->todo_.empty()) {
-        qz_mtx_unlock(r->m_);
-        break;
-      }
-      Item *it = r->todo_.front();
-      r->todo_.pop_front();
-      qz_mtx_unlock(r->m_);
-      if (it->out.empty()) it->out.resize(proto::kBlockRoom);
-      it->parsed = proto::get_block(it->f.payload.data(), it->f.payload.size(), it->b);
-      it->opened = it->parsed && proto::open_block(it->b, it->out.data());
-      qz_mtx_lock(r->m_);
-      it->ready = true;
-      qz_mtx_unlock(r->m_);
-      qz_cond_signal(r->done_);  // one waiter: the receiving thread
-    }
-    T_threadexit();
-    return nullptr;
-  }
-
-  qz_mtx_t *m_ = nullptr;
-  qz_cond_t *work_ = nullptr, *done_ = nullptr;
-  std::vector<qz_thr_t *> threads_;
-  std::deque<Item *> order_, todo_;
-  std::vector<Item *> spare_;
-  bool stop_ = false;
+// (decoded, CRC checked) by worker threads meanwhile, at most
+// kReceiveDepth ahead of the frame in use.
+struct Received {
+  Frame f;
+  std::vector<unsigned char> out;
+  proto::Block b;
+  bool parsed = false;  // the block frame's fields hold
+  bool opened = false;  // ... and its bytes decoded and checked
+  bool ready = false;
 };
+struct OpenBlock {
+  void operator()(Received &it) {
+    if (it.out.empty()) it.out.resize(proto::kBlockRoom);
+    it.parsed = proto::get_block(it.f.payload.data(), it.f.payload.size(), it.b);
+    it.opened = it.parsed && proto::open_block(it.b, it.out.data());
+  }
+};
+using Receiver = Pipeline<Received, OpenBlock>;
+constexpr size_t kReceiveDepth = 16;
 
 // One restore's files: each written under a temporary name and renamed into
 // place once its blocks and its SHA-1 checked out.
@@ -650,7 +570,7 @@ struct Restorer {
 
   enum Step { kGoOn, kDone, kBroken };
 
-  Step take(Receiver::Item &it) {
+  Step take(Received &it) {
     const Frame &f = it.f;
     if (f.type == proto::kEnd && !file) return kDone;
     if (f.type == proto::kEntry && !file) {
@@ -730,17 +650,17 @@ int cmd_restore(int argc, char **argv) {
   Restorer::Step step = Restorer::kGoOn;
   for (bool more = true; step == Restorer::kGoOn;) {
     if (more) {
-      Receiver::Item *it = rx.slot();
+      Received *it = rx.take();
       if (!conn->recv(it->f, why)) {
         rx.recycle(it);
         received = more = false;
       } else {
         more = it->f.type != proto::kEnd && it->f.type != proto::kError;
-        rx.push(it);
+        rx.push(it, it->f.type == proto::kBlock);
       }
     }
-    // Frames are taken in order; while more are coming, up to kDepth wait.
-    while (Receiver::Item *it = rx.next(more ? Receiver::kDepth : 0)) {
+    // Frames are taken in order; while more are coming, up to kReceiveDepth wait.
+    while (Received *it = rx.next(more ? kReceiveDepth : 0)) {
       if (it->f.type == proto::kError) {
         error(msg(89, "the restore failed: %s\n"), error_text(it->f).c_str());
         rx.recycle(it);

@@ -5,11 +5,6 @@
 
 namespace ll::cluster {
 bool host_names(const void *answer, Resolved *out) noexcept {
-  const auto *h = static_cast<const hostent *>(answer);
-  if (!h || !h->h_name) return false;
-  out->official = h->h_name;
-  out->aliases.clear();
-  for (char **a = h->h_aliases; a && *a && out->aliases.size() < 256; ++a) out->aliases.emplace_back(*a);
-  return true;
+  return names_of(static_cast<const hostent *>(answer), out);
 }
 }  // namespace ll::cluster

@@ -58,36 +58,24 @@ template <class Call> hostent *resolve(Call call) noexcept {
       set_h_errno(herr);
       return nullptr;
     }
-    try {
-      return r.copy.fill(res);
-    } catch (...) {
-      errno = 135;
-      return nullptr;
-    }
+    return r.copy.keep(res);
   }
+}
+
+// A test seam's answer, copied like the resolver's.
+hostent *seam_answer(void *h) noexcept {
+  if (!h) {
+    errno = kNameErrBase + HOST_NOT_FOUND;
+    return nullptr;
+  }
+  return area().copy.keep(static_cast<hostent *>(h));
 }
 
 }  // namespace
 
 namespace os {
 
-bool resolve_name(const char *name, Answer &out) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  try {
-    return to_answer(qzmo_gethostbyname(name), out);
-  } catch (...) {
-    return false;
-  }
-}
-
-bool resolve_addr(const std::string &addr, int type, Answer &out) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  try {
-    return to_answer(qzmo_gethostbyaddr(addr.data(), static_cast<int>(addr.size()), type), out);
-  } catch (...) {
-    return false;
-  }
-}
+bool to_answer(const hostent *h, Answer &out) { return plain_answer(h, out); }
 
 int own_addrs(std::vector<uint32_t> &out) noexcept {
   ifaddrs *list = nullptr;
@@ -104,57 +92,19 @@ int own_addrs(std::vector<uint32_t> &out) noexcept {
   return static_cast<int>(out.size());
 }
 
-}  // namespace os
-}  // namespace ll::net
-
-using namespace ll::net;
-
-extern "C" {
-
-LL_API struct hostent *qzgethostbyname(const char *name) noexcept {
-  if (!name) {
-    errno = EINVAL;
-    return nullptr;
-  }
-  if (g_seam_byname) {
-    auto *h = static_cast<hostent *>(g_seam_byname(name));
-    if (!h) {
-      errno = kNameErrBase + HOST_NOT_FOUND;
-      return nullptr;
-    }
-    return area().copy.fill(h);
-  }
+hostent *by_name(const char *name) noexcept {
+  if (g_seam_byname) return seam_answer(g_seam_byname(name));
   return resolve([name](hostent *ret, char *buf, size_t len, hostent **res, int *herr) {
     return gethostbyname_r(name, ret, buf, len, res, herr);
   });
 }
 
-LL_API struct hostent *qzgethostbyaddr(const char *addr, int len, int type) noexcept {
-  if (!addr || len <= 0) {
-    errno = EINVAL;
-    return nullptr;
-  }
-  if (g_seam_byaddr) {
-    auto *h = static_cast<hostent *>(g_seam_byaddr(addr, len, type));
-    if (!h) {
-      errno = kNameErrBase + HOST_NOT_FOUND;
-      return nullptr;
-    }
-    return area().copy.fill(h);
-  }
+hostent *by_addr(const char *addr, int len, int type) noexcept {
+  if (g_seam_byaddr) return seam_answer(g_seam_byaddr(addr, len, type));
   return resolve([=](hostent *ret, char *buf, size_t blen, hostent **res, int *herr) {
     return gethostbyaddr_r(addr, static_cast<socklen_t>(len), type, ret, buf, blen, res, herr);
   });
 }
 
-LL_API struct hostent *qzmo_gethostbyname(const char *name) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  return qzgethostbyname(name);
-}
-
-LL_API struct hostent *qzmo_gethostbyaddr(const char *addr, int len, int type) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  return qzgethostbyaddr(addr, len, type);
-}
-
-}  // extern "C"
+}  // namespace os
+}  // namespace ll::net

@@ -31,6 +31,7 @@
 #include "frame/fault.h"
 #include "frame/syserr.h"
 #include "net/socket_os.h"
+#include "net/wakers.h"
 #include <liblocal/syserr.h>
 
 static_assert(std::is_same_v<qz_socklen_t, socklen_t>, "qz_socklen_t must be socklen_t");
@@ -59,22 +60,21 @@ struct Waker {
   bool retired;
 };
 
-std::mutex g_wake_mu;
-Waker *g_waker = nullptr;
+Wakers<Waker> g_wakers;
 
 // A fork child starts with no waker of its own: the parent's stays the
 // parent's, so a cancel in either process never wakes the other's waits. The
 // child's copy of the parent's descriptor is closed (no thread of the child
 // can be waiting on it).
-void fork_prepare() { g_wake_mu.lock(); }
-void fork_parent() { g_wake_mu.unlock(); }
+void fork_prepare() { g_wakers.mu.lock(); }
+void fork_parent() { g_wakers.mu.unlock(); }
 void fork_child() {
-  if (g_waker) {
-    if (g_waker->fd >= 0) ::close(g_waker->fd);
-    delete g_waker;
-    g_waker = nullptr;
+  if (Waker *w = g_wakers.current) {
+    if (w->fd >= 0) ::close(w->fd);
+    delete w;
+    g_wakers.current = nullptr;
   }
-  g_wake_mu.unlock();
+  g_wakers.mu.unlock();
 }
 
 // Installed before the first waker exists, so that no fork can copy one
@@ -87,24 +87,17 @@ void watch_forks() noexcept {
 // The waker of the current generation, held until release().
 Waker *acquire() noexcept {
   watch_forks();
-  std::lock_guard<std::mutex> lock(g_wake_mu);
-  if (!g_waker) {
-    g_waker = new (std::nothrow) Waker{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK),
-                                        g_generation.load(std::memory_order_relaxed), 0, false};
-    if (!g_waker) return nullptr;  // the wait is then not cancellable, but still correct
-  }
-  ++g_waker->refs;
-  return g_waker;
+  return g_wakers.acquire([](Waker *&w) {
+    if (!w) w = new (std::nothrow) Waker{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK),
+                                         g_generation.load(std::memory_order_relaxed), 0, false};
+  });
 }
 
 void release(Waker *w) noexcept {
-  if (!w) return;
-  std::lock_guard<std::mutex> lock(g_wake_mu);
-  --w->refs;
-  if (w->retired && w->refs == 0) {
-    if (w->fd >= 0) ::close(w->fd);
-    delete w;
-  }
+  g_wakers.release(w, [](Waker *dead) {
+    if (dead->fd >= 0) ::close(dead->fd);
+    delete dead;
+  });
 }
 
 struct Held {
@@ -201,17 +194,8 @@ namespace os {
 void load() noexcept {}
 
 void cancel() noexcept {
-  Waker *w;
-  {
-    std::lock_guard<std::mutex> lock(g_wake_mu);
-    g_generation.fetch_add(1, std::memory_order_acq_rel);
-    w = g_waker;
-    if (!w) return;
-    g_waker = nullptr;
-    w->retired = true;
-    ++w->refs;  // ours until the wake-up is written
-  }
-  // Written outside the lock: the woken calls take it on their way out.
+  Waker *w = g_wakers.retire();
+  if (!w) return;
   if (w->fd >= 0) {
     uint64_t one = 1;
     ssize_t n = ::write(w->fd, &one, sizeof one);

@@ -31,12 +31,13 @@ hostent *keep(hostent *h) noexcept {
     errno = socket_errno(WSAGetLastError());
     return nullptr;
   }
-  try {
-    return area().copy.fill(h);
-  } catch (...) {
-    errno = 135;
-    return nullptr;
-  }
+  return area().copy.keep(h);
+}
+
+// A test seam's answer: none is "host not found".
+hostent *seam_answer(void *h) noexcept {
+  if (!h) WSASetLastError(WSAHOST_NOT_FOUND);
+  return keep(static_cast<hostent *>(h));
 }
 
 bool g_no_iphelper = false;  // test seam: act as if the IP helper were missing
@@ -121,23 +122,7 @@ int from_registry(std::vector<uint32_t> &out) {
 
 namespace os {
 
-bool resolve_name(const char *name, Answer &out) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  try {
-    return to_answer(qzmo_gethostbyname(name), out);
-  } catch (...) {
-    return false;
-  }
-}
-
-bool resolve_addr(const std::string &addr, int type, Answer &out) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  try {
-    return to_answer(qzmo_gethostbyaddr(addr.data(), static_cast<int>(addr.size()), type), out);
-  } catch (...) {
-    return false;
-  }
-}
+bool to_answer(const hostent *h, Answer &out) { return plain_answer(h, out); }
 
 int own_addrs(std::vector<uint32_t> &out) noexcept {
   try {
@@ -149,51 +134,23 @@ int own_addrs(std::vector<uint32_t> &out) noexcept {
   }
 }
 
-}  // namespace os
-}  // namespace ll::net
-
-using namespace ll::net;
-
-extern "C" {
-
-LL_API struct hostent *qzgethostbyname(const char *name) noexcept {
-  if (!name) {
-    errno = EINVAL;
-    return nullptr;
-  }
+hostent *by_name(const char *name) noexcept {
   Tcp_Is_Loaded();
-  if (g_seam_byname) {
-    auto *h = static_cast<hostent *>(g_seam_byname(name));
-    if (!h) WSASetLastError(WSAHOST_NOT_FOUND);
-    return keep(h);
-  }
+  if (g_seam_byname) return seam_answer(g_seam_byname(name));
   return keep(::gethostbyname(name));
 }
 
-LL_API struct hostent *qzgethostbyaddr(const char *addr, int len, int type) noexcept {
-  if (!addr || len <= 0) {
-    errno = EINVAL;
-    return nullptr;
-  }
+hostent *by_addr(const char *addr, int len, int type) noexcept {
   Tcp_Is_Loaded();
-  if (g_seam_byaddr) {
-    auto *h = static_cast<hostent *>(g_seam_byaddr(addr, len, type));
-    if (!h) WSASetLastError(WSAHOST_NOT_FOUND);
-    return keep(h);
-  }
+  if (g_seam_byaddr) return seam_answer(g_seam_byaddr(addr, len, type));
   return keep(::gethostbyaddr(addr, len, type));
 }
 
-LL_API struct hostent *qzmo_gethostbyname(const char *name) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  return qzgethostbyname(name);
-}
+}  // namespace os
+}  // namespace ll::net
 
-LL_API struct hostent *qzmo_gethostbyaddr(const char *addr, int len, int type) noexcept {
-  std::lock_guard<std::recursive_mutex> lock(ns_lock());
-  return qzgethostbyaddr(addr, len, type);
-}
+extern "C" {
 
-LL_API void llt_hostid_no_iphelper(int on) noexcept { g_no_iphelper = on != 0; }
+LL_API void llt_hostid_no_iphelper(int on) noexcept { ll::net::g_no_iphelper = on != 0; }
 
 }  // extern "C"

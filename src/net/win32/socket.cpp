@@ -25,6 +25,7 @@
 #include "frame/areas.h"
 #include "frame/syserr.h"
 #include "net/socket_os.h"
+#include "net/wakers.h"
 #include <liblocal/syserr.h>
 
 namespace ll::net {
@@ -51,8 +52,7 @@ struct Waker {
   bool retired;
 };
 
-std::mutex g_wake_mu;
-Waker *g_waker = nullptr;
+Wakers<Waker> g_wakers;
 
 void destroy(Waker *w) noexcept {
   if (w->event) CloseHandle(w->event);
@@ -81,22 +81,17 @@ void make_dgram(Waker *w) noexcept {
 // socket is made only for the waits that need it (select).
 Waker *acquire(bool dgram) noexcept {
   int saved = WSAGetLastError();
-  std::lock_guard<std::mutex> lock(g_wake_mu);
-  if (!g_waker) {
-    g_waker = new (std::nothrow) Waker{CreateEventW(nullptr, TRUE, FALSE, nullptr), INVALID_SOCKET, {}, 0, false};
-    if (!g_waker) return nullptr;
-  }
-  if (dgram && g_waker->dgram == INVALID_SOCKET) make_dgram(g_waker);
-  ++g_waker->refs;
+  Waker *held = g_wakers.acquire([dgram](Waker *&w) {
+    if (!w) w = new (std::nothrow) Waker{CreateEventW(nullptr, TRUE, FALSE, nullptr), INVALID_SOCKET, {}, 0, false};
+    if (w && dgram && w->dgram == INVALID_SOCKET) make_dgram(w);
+  });
   WSASetLastError(saved);
-  return g_waker;
+  return held;
 }
 
 void release(Waker *w) noexcept {
-  if (!w) return;
   int saved = WSAGetLastError();
-  std::lock_guard<std::mutex> lock(g_wake_mu);
-  if (--w->refs == 0 && w->retired) destroy(w);
+  g_wakers.release(w, destroy);
   WSASetLastError(saved);
 }
 
@@ -226,17 +221,8 @@ namespace os {
 void load() noexcept { load_once(); }
 
 void cancel() noexcept {
-  Waker *w;
-  {
-    std::lock_guard<std::mutex> lock(g_wake_mu);
-    g_generation.fetch_add(1, std::memory_order_acq_rel);
-    w = g_waker;
-    if (!w) return;
-    g_waker = nullptr;
-    w->retired = true;
-    ++w->refs;  // ours until the wake-ups are sent
-  }
-  // Sent outside the lock: the woken calls take it on their way out.
+  Waker *w = g_wakers.retire();
+  if (!w) return;
   int saved = WSAGetLastError();
   if (w->event) SetEvent(w->event);
   if (w->dgram != INVALID_SOCKET)

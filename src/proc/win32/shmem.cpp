@@ -84,6 +84,19 @@ bool owned_by_caller(HANDLE h, PSID me) noexcept {
   return ok;
 }
 
+// Maps the whole of the mapping h into m; h is closed on failure.
+bool map_view(HANDLE h, uint32_t size, Mapping &m) noexcept {
+  void *p = LL_FAULT(io) ? nullptr : MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
+  if (!p) {
+    const DWORD e = GetLastError();
+    CloseHandle(h);
+    return fail(e);
+  }
+  m.handle = h;
+  m.base = p;
+  return true;
+}
+
 }  // namespace
 
 uint32_t process() noexcept { return GetCurrentProcessId(); }
@@ -107,15 +120,7 @@ bool create(const char *name, uint32_t size, Mapping &m, bool &existed) noexcept
     CloseHandle(h);
     return fail(ERROR_ACCESS_DENIED);
   }
-  void *p = LL_FAULT(io) ? nullptr : MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
-  if (!p) {
-    const DWORD e = GetLastError();
-    CloseHandle(h);
-    return fail(e);
-  }
-  m.handle = h;
-  m.base = p;
-  return true;
+  return map_view(h, size, m);
 }
 
 bool open(const char *name, uint32_t size, Mapping &m) noexcept {
@@ -123,15 +128,7 @@ bool open(const char *name, uint32_t size, Mapping &m) noexcept {
              : nt_class() ? OpenFileMappingW(FILE_MAP_WRITE, FALSE, win::widen(name).c_str())
                           : OpenFileMappingA(FILE_MAP_WRITE, FALSE, name);
   if (!h) return fail(GetLastError());
-  void *p = LL_FAULT(io) ? nullptr : MapViewOfFile(h, FILE_MAP_ALL_ACCESS, 0, 0, size);
-  if (!p) {
-    const DWORD e = GetLastError();
-    CloseHandle(h);
-    return fail(e);
-  }
-  m.handle = h;
-  m.base = p;
-  return true;
+  return map_view(h, size, m);
 }
 
 void close(const char *, uint32_t, Mapping &m, bool) noexcept {
