@@ -13,6 +13,7 @@
 #include <memory>
 #include <vector>
 
+#include "cmdargs.h"
 #include "llocal.h"
 #include "netio.h"
 #include "proto.h"
@@ -81,14 +82,10 @@ std::string error_text(const Frame &f) {
   return std::string(reinterpret_cast<const char *>(text), n);
 }
 
-bool open_session(const std::string &where, uint8_t op, const qzui *id, std::unique_ptr<net::Conn> &conn) {
-  net::Address addr;
+bool open_session(const ClientArgs &a, uint8_t op, const qzui *id, std::unique_ptr<net::Conn> &conn) {
+  const std::string &where = a.where;
   std::string why;
-  if (!net::parse_address(where, addr, why)) {
-    error("%s\n", why.c_str());
-    return false;
-  }
-  qz_socket_t s = net::connect_to(addr, why);
+  qz_socket_t s = net::connect_to(a.address, why);
   if (s == QZ_INVALID_SOCKET) {
     error("%s: %s\n", where.c_str(), why.c_str());
     return false;
@@ -456,18 +453,16 @@ int mount_handler(const qz_dtree_entry *e, int) {
 
 int cmd_save(int argc, char **argv) {
   const Command &cmd = *find_command("save");
-  Options opts(argc, argv, "h");
-  for (int c; (c = opts.next()) != -1;) {
-    if (c == 'h') return help(cmd);
-    return opts.bad_option(cmd);
-  }
-  std::vector<std::string> ops = opts.operands();
-  if (ops.size() < 2) return usage_error(cmd, "%s", msg(84, "an address and at least one path are required\n"));
+  ClientArgs a;
+  const Verdict v = parse_save(argc, argv, a);
+  if (v.what == Verdict::kHelp) return help(cmd);
+  if (v.what == Verdict::kBad) return usage_error(cmd, "%s", v.why.c_str());
+  const std::vector<std::string> &ops = a.paths;
   std::unique_ptr<net::Conn> conn;
-  if (!open_session(ops[0], proto::kOpSave, nullptr, conn)) return kUsage;
+  if (!open_session(a, proto::kOpSave, nullptr, conn)) return kUsage;
   Saver s{*conn};
   qz_dtree_sethandler(QZ_DTK_MOUNT, mount_handler);
-  for (size_t i = 1; i < ops.size() && !s.broken; ++i) {
+  for (size_t i = 0; i < ops.size() && !s.broken; ++i) {
     char full[4096];
     std::string path = fullpath(ops[i].c_str(), full, sizeof full) ? full : ops[i];
     const qz_fstab_t *m = mount_of(path);
@@ -516,12 +511,6 @@ int cmd_save(int argc, char **argv) {
 }
 
 namespace {
-
-bool parse_id(const std::string &text, qzui &id) {
-  if (store::id_of_hex(text, id)) return true;
-  char *end = nullptr;
-  return string_to_qzui(text.c_str(), &id, &end) >= 0 && end && *end == '\0';
-}
 
 // The place of a restored name below dir, with the system's separator.
 std::string target_of(const std::string &dir, const std::string &name) {
@@ -627,18 +616,13 @@ struct Restorer {
 
 int cmd_restore(int argc, char **argv) {
   const Command &cmd = *find_command("restore");
-  Options opts(argc, argv, "h");
-  for (int c; (c = opts.next()) != -1;) {
-    if (c == 'h') return help(cmd);
-    return opts.bad_option(cmd);
-  }
-  std::vector<std::string> ops = opts.operands();
-  if (ops.size() != 3) return usage_error(cmd, "%s", msg(87, "an address, a save identifier and a folder are required\n"));
-  qzui id{};
-  if (!parse_id(ops[1], id)) return usage_error(cmd, msg(88, "not a save identifier: %s\n"), ops[1].c_str());
+  ClientArgs a;
+  const Verdict v = parse_restore(argc, argv, a);
+  if (v.what == Verdict::kHelp) return help(cmd);
+  if (v.what == Verdict::kBad) return usage_error(cmd, "%s", v.why.c_str());
   std::unique_ptr<net::Conn> conn;
-  if (!open_session(ops[0], proto::kOpRestore, &id, conn)) return kUsage;
-  const std::string &dir = ops[2];
+  if (!open_session(a, proto::kOpRestore, &a.id, conn)) return kUsage;
+  const std::string &dir = a.paths[0];
   if (qz_mkdirs(dir.c_str(), 0755) != 0 && errno != EEXIST) {
     error(msg(99, "%s: %s\n"), dir.c_str(), errno_text());
     return kFailed;
@@ -684,15 +668,12 @@ int cmd_restore(int argc, char **argv) {
 
 int cmd_list(int argc, char **argv) {
   const Command &cmd = *find_command("list");
-  Options opts(argc, argv, "h");
-  for (int c; (c = opts.next()) != -1;) {
-    if (c == 'h') return help(cmd);
-    return opts.bad_option(cmd);
-  }
-  std::vector<std::string> ops = opts.operands();
-  if (ops.size() != 1) return usage_error(cmd, "%s", msg(83, "one address is required\n"));
+  ClientArgs a;
+  const Verdict v = parse_list(argc, argv, a);
+  if (v.what == Verdict::kHelp) return help(cmd);
+  if (v.what == Verdict::kBad) return usage_error(cmd, "%s", v.why.c_str());
   std::unique_ptr<net::Conn> conn;
-  if (!open_session(ops[0], proto::kOpList, nullptr, conn)) return kUsage;
+  if (!open_session(a, proto::kOpList, nullptr, conn)) return kUsage;
   Frame f;
   std::string why;
   while (conn->recv(f, why) && f.type == proto::kListed) {
