@@ -42,17 +42,26 @@ struct Sockets {
   }
 };
 
+// A listener on loopback (its address in 'la') and a connection to it.
+qz_socket_t listen_and_connect(Sockets &k, sockaddr_in &la, qz_socket_t *listener = nullptr) {
+  const qz_socket_t lis = k.add(qzsocket(AF_INET, SOCK_STREAM, 0));
+  if (listener) *listener = lis;
+  la = addr("127.0.0.1", 0);
+  socklen_t len = sizeof la;
+  EXPECT_EQ(qzbind(lis, reinterpret_cast<sockaddr *>(&la), sizeof la), 0);
+  EXPECT_EQ(qzlisten(lis, 4), 0);
+  EXPECT_EQ(qzgetsockname(lis, reinterpret_cast<sockaddr *>(&la), &len), 0);
+  const qz_socket_t conn = k.add(qzsocket(AF_INET, SOCK_STREAM, 0));
+  EXPECT_EQ(qzconnect(conn, reinterpret_cast<sockaddr *>(&la), sizeof la), 0);
+  return conn;
+}
+
 TEST(SocketErrorsEdge, RealFailuresComeBackAsCommonNumbers) {
   Sockets k;
-  // A listener, a connection to it, and its address.
-  const qz_socket_t lis = k.add(qzsocket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in la = addr("127.0.0.1", 0);
+  sockaddr_in la;
   socklen_t len = sizeof la;
-  ASSERT_EQ(qzbind(lis, reinterpret_cast<sockaddr *>(&la), sizeof la), 0);
-  ASSERT_EQ(qzlisten(lis, 4), 0);
-  ASSERT_EQ(qzgetsockname(lis, reinterpret_cast<sockaddr *>(&la), &len), 0);
-  const qz_socket_t conn = k.add(qzsocket(AF_INET, SOCK_STREAM, 0));
-  ASSERT_EQ(qzconnect(conn, reinterpret_cast<sockaddr *>(&la), sizeof la), 0);
+  const qz_socket_t conn = listen_and_connect(k, la);
+  ASSERT_FALSE(HasFailure());
   const qz_socket_t fresh = k.add(qzsocket(AF_INET, SOCK_STREAM, 0));
   const qz_socket_t udp = k.add(qzsocket(AF_INET, SOCK_DGRAM, 0));
   lltest::TempDir dir;
@@ -102,14 +111,10 @@ TEST(SocketErrorsEdge, RealFailuresComeBackAsCommonNumbers) {
 
 TEST(SocketErrorsEdge, AResetConnectionIsReported) {
   Sockets k;
-  const qz_socket_t lis = k.add(qzsocket(AF_INET, SOCK_STREAM, 0));
-  sockaddr_in la = addr("127.0.0.1", 0);
-  socklen_t len = sizeof la;
-  ASSERT_EQ(qzbind(lis, reinterpret_cast<sockaddr *>(&la), sizeof la), 0);
-  ASSERT_EQ(qzlisten(lis, 4), 0);
-  ASSERT_EQ(qzgetsockname(lis, reinterpret_cast<sockaddr *>(&la), &len), 0);
-  const qz_socket_t c = k.add(qzsocket(AF_INET, SOCK_STREAM, 0));
-  ASSERT_EQ(qzconnect(c, reinterpret_cast<sockaddr *>(&la), sizeof la), 0);
+  sockaddr_in la;
+  qz_socket_t lis = -1;
+  const qz_socket_t c = listen_and_connect(k, la, &lis);
+  ASSERT_FALSE(HasFailure());
   const qz_socket_t a = qzaccept(lis, nullptr, nullptr);
   ASSERT_GE(a, 0);
   // Unread data at the close makes it a reset.
