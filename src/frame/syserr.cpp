@@ -89,7 +89,7 @@ extern "C" {
 LL_API char *qzmo_strerror(int code) noexcept {
   if (code >= QZ_ESOCK_FIRST && code <= QZ_ESOCK_LAST) {
     const ll::SocketText &t = ll::kSocketTexts[code - QZ_ESOCK_FIRST];
-    if (char *s = qzcatgets(Catd, 17, t.catalog, t.text)) return s;
+    return qzcatgets_buf(ll::text_buffer(), ll::kTextBuffer, Catd, 17, t.catalog, t.text);
   } else if (code & QZ_SYSERR_FLAG) {
     return nt_syserror(code & ~QZ_SYSERR_FLAG);
   } else if (const char *rt = ll::os::runtime_text(code)) {

@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include <liblocal/catalog.h>
 #include <liblocal/frame.h>
 #include <liblocal/options.h>
 
@@ -39,12 +38,12 @@ bool open_option_file(qz_optstate *st, const char *name) noexcept {
   st->pending = nullptr;
   st->fscan = "";
   if (!*name) {
-    if (st->err) message(qzcatgets(Catd, 17, 284, "@file: option file not specified\n"));
+    if (st->err) message(284, "@file: option file not specified\n");
     return false;
   }
   std::FILE *f = open_file(name);
   if (!f) {
-    if (st->err) message_s(qzcatgets(Catd, 17, 22, "%s : open failed\n"), name);
+    if (st->err) message_s(22, "%s : open failed\n", name);
     return false;
   }
   st->file.file = f;
@@ -70,7 +69,7 @@ FileResult file_option(qz_optstate *st, const char *optstring, int &letter) noex
   const char *entry = c == ':' ? nullptr : std::strchr(optstring, c);
   if (!entry) {
     st->arg = nullptr;
-    if (st->err) message_sc(qzcatgets(Catd, 17, 23, "%s: illegal option -- %c\n"), st->fscan, c);
+    if (st->err) message_sc(23, "%s: illegal option -- %c\n", st->fscan, c);
     letter = '?';
     return FileResult::kLetter;
   }
@@ -86,7 +85,7 @@ FileResult file_option(qz_optstate *st, const char *optstring, int &letter) noex
     } else {
       st->arg = nullptr;
       if (st->err)
-        message_sc(qzcatgets(Catd, 17, 24, "%s: option requires an argument -- %c\n"), "", c);
+        message_sc(24, "%s: option requires an argument -- %c\n", "", c);
       return FileResult::kExhausted;
     }
   } else {
@@ -198,7 +197,7 @@ LL_API int ll_getopt(int argc, char *const argv[], const char *optstring) noexce
   if (!entry) {
     st->arg = nullptr;
     if (!*st->scan) ++st->ind;
-    if (st->err) ll::opt::message_prog(ll::opt::prog(argv), qzcatgets(Catd, 17, 25, ": illegal option -- "), c);
+    if (st->err) ll::opt::message_prog(ll::opt::prog(argv), 25, ": illegal option -- ", c);
     return '?';
   }
   if (entry[1] != ':') {
@@ -216,7 +215,7 @@ LL_API int ll_getopt(int argc, char *const argv[], const char *optstring) noexce
     st->arg = nullptr;
     st->scan = "";
     if (st->err)
-      ll::opt::message_prog(ll::opt::prog(argv), qzcatgets(Catd, 17, 26, ": option requires an argument -- "), c);
+      ll::opt::message_prog(ll::opt::prog(argv), 26, ": option requires an argument -- ", c);
     return '?';
   }
   st->scan = "";

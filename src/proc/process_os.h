@@ -47,7 +47,7 @@ struct SpawnReq {
   const qz_fd_set *inherit = nullptr; // completed set, or null
   const int *stdfds = nullptr;        // the triple, or null
   std::vector<std::string> env;       // "BSW_MAST=..." then the caller's strings
-  void *token = nullptr;
+  void *token = nullptr;              // a qz_spawn_user (POSIX) or a HANDLE (Windows)
 };
 
 namespace os {

@@ -66,7 +66,15 @@ void set_and_signal(int st) {
   s.cv.notify_all();
 }
 
-const char *msg(int n, const char *def) { return qzcatgets(Catd, 17, n, def); }
+// A catalog text (set 17) copied into the object under the catalog's lock:
+// no other thread's lookup can change it while it is in use.
+struct Msg {
+  char text[512];
+  Msg(int n, const char *def) noexcept { qzcatgets_buf(text, sizeof text, Catd, 17, n, def); }
+  const char *c_str() const noexcept { return text; }
+};
+
+Msg msg(int n, const char *def) noexcept { return Msg(n, def); }
 
 int poll_until(const char *name, int limit, Status want) {
   const uint32_t t0 = ll::os::tick_ms();
@@ -173,9 +181,9 @@ void teardown() noexcept {
   const int code = s.exit_code.load();
   os::final_report(code);
   if (code != 0)
-    eventprintf(1, 0, msg(176, "%s error: %d"), display(), code);
+    eventprintf(1, 0, msg(176, "%s error: %d").c_str(), display(), code);
   else
-    eventprintf(4, 0, msg(177, "%s has stopped"), display());
+    eventprintf(4, 0, msg(177, "%s has stopped").c_str(), display());
 }
 
 }  // namespace ll::svc
@@ -195,7 +203,7 @@ LL_API int RegisterThisService(const char *service) noexcept {
   s.name[kNameMax] = '\0';
   ll::ev::start();
   if (!os::begin(s.name)) {
-    dprintf(0, "%s", msg(178, "cannot start service dispatcher\n"));
+    dprintf(0, "%s", msg(178, "cannot start service dispatcher\n").c_str());
     ll::ev::os::exit_process(1);
   }
   while (s.state.load() == kNone && !os::failed()) delay(1000);
@@ -207,7 +215,7 @@ LL_API int StartThisService(const char *service) noexcept {
   const int st = state();
   if (st == kNone || st == kRunning) return -1;
   if (other_service(service)) return start_service(service, 60);
-  eventprintf(4, 0, msg(175, "%s has started"), display());
+  eventprintf(4, 0, msg(175, "%s has started").c_str(), display());
   set_state(kRunning);
   return 0;
 }

@@ -314,8 +314,8 @@ bool failed() noexcept { return false; }
 // gone, and the process is still doing its work.
 bool report(int state, int code, uint32_t, uint32_t, int *) noexcept {
   if (state == kRunning) {
-    char line[2048];
-    std::snprintf(line, sizeof line, qzcatgets(Catd, 17, 175, "%s has started"), display());
+    char fmt[512], line[2048];
+    std::snprintf(line, sizeof line, qzcatgets_buf(fmt, sizeof fmt, Catd, 17, 175, "%s has started"), display());
     notify_traced("READY=1\nSTATUS=" + plain_line(line) + "\n");
   } else if (state == kStopping) {
     std::string m = "STOPPING=1\n";

@@ -32,6 +32,8 @@
 #include <string>
 #include <vector>
 
+#include <liblocal/process.h>
+
 #include "frame/fault.h"
 #include "proc/process_os.h"
 
@@ -234,10 +236,10 @@ int create(const SpawnReq &req, Child &node) noexcept {
     a.flags = req.flags;
     a.errfd = -1;
     if (req.token) {
-      const auto *u = static_cast<const uint32_t *>(req.token);
+      const auto *u = static_cast<const qz_spawn_user *>(req.token);
       a.as_user = true;
-      a.uid = u[0];
-      a.gid = u[1];
+      a.uid = u->uid;
+      a.gid = u->gid;
     }
 
     // Descriptors: every one named must be open.

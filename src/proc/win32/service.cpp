@@ -85,7 +85,8 @@ bool begin(const char *name) noexcept {
   if (!DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &g_main, 0, FALSE,
                        DUPLICATE_SAME_ACCESS)) {
     g_main = nullptr;
-    dprintf(1, "%s", qzcatgets(Catd, 17, 174, "cannot duplicate thread handle\n"));
+    char text[512];
+    dprintf(1, "%s", qzcatgets_buf(text, sizeof text, Catd, 17, 174, "cannot duplicate thread handle\n"));
   }
   HANDLE t = CreateThread(nullptr, 8192, dispatcher, nullptr, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr);
   if (!t) return false;

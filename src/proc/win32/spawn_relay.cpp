@@ -23,7 +23,15 @@
 namespace ll::process::os {
 namespace {
 
-const char *msg(int n, const char *def) { return qzcatgets(Catd, 17, n, def); }
+// A catalog text (set 17) copied into the object under the catalog's lock:
+// no other thread's lookup can change it while it is in use.
+struct Msg {
+  char text[512];
+  Msg(int n, const char *def) noexcept { qzcatgets_buf(text, sizeof text, Catd, 17, n, def); }
+  const char *c_str() const noexcept { return text; }
+};
+
+Msg msg(int n, const char *def) noexcept { return Msg(n, def); }
 
 const char *last_error_text() { return qzmo_strerror(marked_last_error()); }
 
@@ -61,7 +69,7 @@ void *reader_main(void *arg) {
       r->count = n;
       r->buf[n] = 0;
       if (!send_all(r->socket, r->buf, static_cast<int>(n))) {
-        qzprintf(msg(1007, "cannot socket send %s\n%s"), r->name, qzmo_strerror(errno));
+        qzprintf(msg(1007, "cannot socket send %s\n%s").c_str(), r->name, qzmo_strerror(errno));
         CloseHandle(r->pipe);
         CloseHandle(r->process);
         std::free(r);
@@ -78,12 +86,12 @@ void *reader_main(void *arg) {
   r->buf[r->count] = 0;
   qzprintf("%s", r->buf);
   if (code != 0) {
-    qzprintf(msg(1005, "=> %s failed : code = %d\n"), r->name, static_cast<int>(code));
+    qzprintf(msg(1005, "=> %s failed : code = %d\n").c_str(), r->name, static_cast<int>(code));
     send_all(r->socket, r->buf, static_cast<int>(r->count));
   } else {
-    qzprintf(msg(1004, "=> %s successful\n"), r->name);
+    qzprintf(msg(1004, "=> %s successful\n").c_str(), r->name);
   }
-  if (!(r->name_flag && code == 0)) qzprintf("%s", msg(1006, "\nWaiting to be contacted ...\n\n"));
+  if (!(r->name_flag && code == 0)) qzprintf("%s", msg(1006, "\nWaiting to be contacted ...\n\n").c_str());
   CloseHandle(r->pipe);
   CloseHandle(r->process);
   std::free(r);
@@ -103,13 +111,13 @@ bool make_pipe_pair(HANDLE &ours, HANDLE &theirs, bool ours_is_read, int create_
   SECURITY_ATTRIBUTES sa{sizeof sa, nullptr, TRUE};
   HANDLE rd, wr;
   if (!CreatePipe(&rd, &wr, &sa, 0)) {
-    qzprintf(msg(create_msg, create_def), last_error_text());
+    qzprintf(msg(create_msg, create_def).c_str(), last_error_text());
     return false;
   }
   HANDLE mine = ours_is_read ? rd : wr;
   theirs = ours_is_read ? wr : rd;
   if (!DuplicateHandle(GetCurrentProcess(), mine, GetCurrentProcess(), &ours, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
-    qzprintf(msg(995, "cannot DuplicateHandle : %s\n"), last_error_text());
+    qzprintf(msg(995, "cannot DuplicateHandle : %s\n").c_str(), last_error_text());
     CloseHandle(rd);
     CloseHandle(wr);
     return false;
@@ -136,7 +144,7 @@ int relay_create(const SpawnReq &req, std::string line, const std::string &app, 
   }
   auto *r = static_cast<Reader *>(std::calloc(1, sizeof(Reader)));
   if (!r) {
-    qzprintf("%s", msg(996, "Not enough memory for pipe rparams"));
+    qzprintf("%s", msg(996, "Not enough memory for pipe rparams").c_str());
     CloseHandle(out_read);
     CloseHandle(out_write);
     errno = ENOMEM;
@@ -164,7 +172,7 @@ int relay_create(const SpawnReq &req, std::string line, const std::string &app, 
     line.replace(f, 6, "      ");
     w = static_cast<Writer *>(std::calloc(1, sizeof(Writer)));
     if (!w) {
-      qzprintf("%s", msg(997, "Not enough memory for pipe wparams"));
+      qzprintf("%s", msg(997, "Not enough memory for pipe wparams").c_str());
       undo();
       errno = ENOMEM;
       return -1;
@@ -186,8 +194,8 @@ int relay_create(const SpawnReq &req, std::string line, const std::string &app, 
     std::snprintf(r->name, sizeof r->name, "%s", req.argv[0]);
   }
 
-  qzprintf(msg(999, "=> Beginning %s ...\n"), r->name);
-  if (directives) qzprintf("%s", msg(1000, "Ignoring directives\n"));
+  qzprintf(msg(999, "=> Beginning %s ...\n").c_str(), r->name);
+  if (directives) qzprintf("%s", msg(1000, "Ignoring directives\n").c_str());
 
   const std::wstring wenv = build_env_block(req.env);
   const int n = WideCharToMultiByte(CP_ACP, 0, wenv.data(), static_cast<int>(wenv.size()), nullptr, 0, nullptr,
@@ -207,7 +215,7 @@ int relay_create(const SpawnReq &req, std::string line, const std::string &app, 
   if (!CreateProcessA(app.empty() ? nullptr : app.c_str(), line.data(), nullptr, nullptr, TRUE, 0, env.data(),
                       nullptr, &si, &pi)) {
     const int saved = marked_last_error();
-    qzprintf(msg(1001, "cannot exec %s: %s\n"), req.argv[0], qzmo_strerror(saved));
+    qzprintf(msg(1001, "cannot exec %s: %s\n").c_str(), req.argv[0], qzmo_strerror(saved));
     undo();
     errno = saved;
     return -1;
@@ -225,13 +233,13 @@ int relay_create(const SpawnReq &req, std::string line, const std::string &app, 
   DuplicateHandle(GetCurrentProcess(), pi.hProcess, GetCurrentProcess(), &r->process, 0, FALSE,
                   DUPLICATE_SAME_ACCESS);
   if (spawnthread(reader_main, r) == -1) {
-    qzprintf("%s", msg(1002, "error spawning thread for pipe reading\n"));
+    qzprintf("%s", msg(1002, "error spawning thread for pipe reading\n").c_str());
     CloseHandle(r->process);
     CloseHandle(out_read);
     std::free(r);
   }
   if (w && spawnthread(writer_main, w) == -1) {
-    qzprintf("%s", msg(1003, "error spawning thread for pipe writing\n"));
+    qzprintf("%s", msg(1003, "error spawning thread for pipe writing\n").c_str());
     CloseHandle(w->pipe);
     std::free(w);
   }
