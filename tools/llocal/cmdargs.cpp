@@ -14,7 +14,15 @@
 
 namespace llocal {
 
-const char *msg(int number, const char *def) { return qzcatgets(Catd, kSet, number, def); }
+// The tool's texts are copied into a small ring of the calling thread's own
+// (a text stays valid for the next three lookups of that thread): the
+// catalog's shared ring may be overwritten by another thread's lookups.
+const char *msg(int number, const char *def) {
+  thread_local char texts[4][2048];
+  thread_local unsigned next = 0;
+  char *out = texts[next++ % 4];
+  return qzcatgets_buf(out, sizeof texts[0], Catd, kSet, number, def) ? out : def;
+}
 
 // ---- options ----
 
