@@ -84,10 +84,12 @@ inline bool block_safe(const unsigned char *p) noexcept {
   return (reinterpret_cast<uintptr_t>(p) & 4095u) <= 4096u - N;
 }
 
-#if defined(__SANITIZE_ADDRESS__)
+// Block loads may read past a text's end within its page, which the
+// sanitizers rightly take for reads of memory the text does not own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define LL_WORD_SCAN 0
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer) || __has_feature(thread_sanitizer)
 #define LL_WORD_SCAN 0
 #endif
 #endif
