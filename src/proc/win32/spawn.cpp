@@ -169,14 +169,14 @@ struct OwnedHandle {
   }
 };
 
+}  // namespace
+
 std::string to_ansi(const wchar_t *w, size_t n) {
   const int len = WideCharToMultiByte(CP_ACP, 0, w, static_cast<int>(n), nullptr, 0, nullptr, nullptr);
   std::string out(static_cast<size_t>(len > 0 ? len : 0), '\0');
   if (len > 0) WideCharToMultiByte(CP_ACP, 0, w, static_cast<int>(n), out.data(), len, nullptr, nullptr);
   return out;
 }
-
-}  // namespace
 
 std::wstring build_env_block(const std::vector<std::string> &extra) {
   std::vector<const char *> set;

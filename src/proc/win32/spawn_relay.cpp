@@ -198,11 +198,7 @@ int relay_create(const SpawnReq &req, std::string line, const std::string &app, 
   if (directives) qzprintf("%s", msg(1000, "Ignoring directives\n").c_str());
 
   const std::wstring wenv = build_env_block(req.env);
-  const int n = WideCharToMultiByte(CP_ACP, 0, wenv.data(), static_cast<int>(wenv.size()), nullptr, 0, nullptr,
-                                    nullptr);
-  std::string env(static_cast<size_t>(n > 0 ? n : 0), '\0');
-  if (n > 0)
-    WideCharToMultiByte(CP_ACP, 0, wenv.data(), static_cast<int>(wenv.size()), env.data(), n, nullptr, nullptr);
+  std::string env = to_ansi(wenv.data(), wenv.size());
 
   STARTUPINFOA si{};
   si.cb = sizeof si;

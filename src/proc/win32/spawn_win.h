@@ -7,6 +7,9 @@
 
 namespace ll::process::os {
 
+// n wide characters (NULs included) in the ANSI code page.
+std::string to_ansi(const wchar_t *w, size_t n);
+
 // The environment block of a child: the given NAME=value strings (UTF-8)
 // first, then this process's environment without the names they set; each
 // string ends with a NUL, the block with one more.
