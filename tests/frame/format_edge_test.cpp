@@ -130,26 +130,4 @@ TEST(FormatEdge, LongConvertedLinesKeepEveryCharacter) {
 
 #endif  // !_WIN32
 
-TEST(FormatEdge, ProcessIdentity) {
-  long real = -1, effective = -1;
-  EXPECT_EQ(get_saved_uids(&real, &effective), &effective);
-  EXPECT_EQ(get_saved_gids(nullptr, nullptr), nullptr);
-  const char **ids = GetOemStringArray();
-  ASSERT_NE(ids, nullptr);
-  int n = 0;
-  while (ids[n]) ++n;
-  EXPECT_EQ(n, 6);
-  EXPECT_EQ(qz_thr_init(), 1);
-  {
-    lltest::ScopedEnv e("PURIFY_IS_RUNNING", nullptr);
-    EXPECT_EQ(qzpurify_is_running(), 0);
-  }
-  lltest::ScopedEnv e("PURIFY_IS_RUNNING", "1");
-  EXPECT_EQ(qzpurify_is_running(), 1);
-#ifndef _WIN32
-  EXPECT_EQ(real, static_cast<long>(getuid()));
-  EXPECT_EQ(effective, static_cast<long>(geteuid()));
-#endif
-}
-
 }  // namespace
