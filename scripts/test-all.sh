@@ -67,7 +67,10 @@ ln -sfn ../fstab-o "$WINEPREFIX/dosdevices/o:"
 cmake/wine-run.sh cmd /c exit >/dev/null 2>&1 || true
 sleep 10
 rc=0
-ctest --preset windows -j "$jobs" || rc=$?
+# Under Wine a program now and then cannot start or does not end (seen about
+# once in three full runs, a different test each time, never twice in a
+# row): a test that fails is run once more, and a real fault fails both times.
+ctest --preset windows -j "$jobs" --repeat until-pass:2 || rc=$?
 "$WINESERVER" -k 2>/dev/null || true
 [ $rc = 0 ] || exit $rc
 
